@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,19 +37,23 @@ class RunJournal {
     /// A run begins; one that is still under way goes on instead and takes the new files in.
     void runStarted(const std::string& agent, const RunStart& start);
     bool isRunning(const std::string& agent) const;
+    /// What should have made the run did not: counts as a query that failed for this reason.
+    void runFailed(const std::string& agent, const std::string& reason);
     /// Nothing is in flight any more: ends all runs under way.
     /// @return the failure to store one; the runs are ended all the same
     Result<> networkIdle();
 
-    /// To be told of every notification, history record, metric and ERROR line.
+    /// To be told of every notification, history record and metric.
     void notified(const Notification& notification);
     void recorded(const HistoryRecord& record);
     void measured(const Metric& metric);
+    /// To be told of every ERROR line; any thread. A query's failure is logged with its cause
+    /// before it is notified without.
     void errorLogged(const std::string& text);
 
     /// The run under way, else the last one, of this process or an earlier one, with what is known
     /// of the catalogue.
-    Result<RunRecord> find(const std::string& agent) const;
+    Result<RunRecord> find(const std::string& agent);
 
   private:
     struct Run {
@@ -57,21 +62,24 @@ class RunJournal {
         std::set<std::string> excluded;
     };
 
-    FileResult& fileOf(Run& run, const std::string& name) const;
+    static FileResult& fileOf(Run& run, const std::string& name);
+    void take(Run& run, const RunStart& start) const;
     void report(const std::string& agent, const std::string& file, FileOutcome outcome,
                 const std::string& reason);
     void queryFailed(const std::string& agent, const std::string& reason);
-    void reached(const std::string& agent);
+    std::string takeErrorDetail();
     Result<> end(const std::string& agent, Run& run);
-    RunRecord& recordOf(const std::string& agent) const;
+    void settle(const Run& run, FileResult& file) const;
+    Result<RunRecord*> recordOf(const std::string& agent);
     UtcMilliseconds now() const;
 
     RunStore& store_;
     std::shared_ptr<nv::hosting::Clock> clock_;
     VersionOf versionOf_;
     std::map<std::string, Run> running_;
-    mutable std::map<std::string, RunRecord> records_;  ///< read from the store when first asked
-    std::string lastErrorDetail_;  ///< of the ERROR line before a query's failure is notified
+    std::map<std::string, RunRecord> records_;  ///< read from the store when first asked
+    std::mutex errorMutex_;
+    std::string errorDetail_;  ///< guarded by errorMutex_
 };
 
 }  // namespace overseer

@@ -49,7 +49,7 @@ class Scheduler : public nv::scheduler::IScheduler {
     static constexpr std::chrono::seconds kClockTolerance{60};
     /// A last occurrence this far in the future comes from a clock that was wrong, and is
     /// forgotten.
-    static constexpr std::chrono::hours kForgottenFuture{7 * 24};
+    static constexpr int kForgottenFutureDays = 7;
 
     /// Hands an event to a device; catches what the device throws.
     using Delivery = std::function<void(std::uint32_t deviceId, std::uint32_t eventId)>;
