@@ -8,7 +8,7 @@
 
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <algorithm>
@@ -124,7 +124,7 @@ bool hasEnded(pid_t child) {
 /// Waits until the child ends or `until` has passed; whether it ended. Where the kernel knows no
 /// descriptors for processes, it looks a hundred times a second.
 bool waitUntil(pid_t child, std::chrono::steady_clock::time_point until) {
-    const Descriptor handle(::pidfd_open(child, 0));
+    const Descriptor handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
     while (!hasEnded(child)) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
