@@ -37,6 +37,8 @@ class Catalogue {
     Result<void> refresh();
 
     /// The catalogue, after a look at the folder when the last one is older than the interval.
+    /// While another thread looks, it is what was known before, at first nothing: call refresh()
+    /// once before threads share this.
     std::shared_ptr<const Snapshot> snapshot();
 
     /// A package file opened for reading, and the entry that was read from exactly this file.

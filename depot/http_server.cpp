@@ -64,8 +64,9 @@ class MessageServer : public httplib::Server {
         const bool written =
             process_request(connection, close, closed, [&head](httplib::Request& request) {
                 request.target = head.target;
-                for (const auto& [name, value] : head.fields) {
-                    if (!request.has_header(name)) request.headers.emplace(name, value);
+                for (const char* name : {"Range", "If-Range"}) {
+                    if (const std::string* value = head.field(name))
+                        request.headers.emplace(name, *value);
                 }
             });
         return written && !closed;
@@ -204,7 +205,9 @@ std::string HttpServer::url() const {
 }
 
 Result<void> HttpServer::run(int stop) {
-    const int listening = listener_.socket.get();
+    // Closed when this returns, so that late clients are refused instead of left waiting.
+    const FileDescriptor listener = std::move(listener_.socket);
+    const int listening = listener.get();
     Session session(settings_, catalogue_, tls_.get(), listening, stop);
     while (true) {
         std::array<pollfd, 2> watched{{{stop, POLLIN, 0}, {listening, POLLIN, 0}}};

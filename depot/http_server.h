@@ -39,8 +39,9 @@ class HttpServer {
     std::string url() const;
     int port() const { return listener_.port; }
 
-    /// Serves until `stop` becomes readable, which is never read; then ends every connection and
-    /// returns. Blocks. Fails when no connection can be accepted any more.
+    /// Serves until `stop` becomes readable, which is never read; then ends every connection,
+    /// closes the port and returns. Blocks; runs once. Fails when no connection can be accepted any
+    /// more.
     Result<void> run(int stop);
 
   private:

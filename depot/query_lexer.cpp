@@ -29,6 +29,8 @@ class Lexer {
             const TokenKind kind = next();
             if (failed_) return tl::make_unexpected(lexicalError());
             tokens.push_back({kind, text_.substr(start_, at_ - start_), start_});
+            // What follows such a start has another grammar; the query is refused at it anyway.
+            if (kind == TokenKind::kUnsupported) break;
         }
         tokens.push_back({TokenKind::kEnd, {}, text_.size()});
         return tokens;
