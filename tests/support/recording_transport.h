@@ -33,6 +33,7 @@ class RecordingTransport : public nv::hosting::Transport {
     std::size_t pending() const override;
     void waitBegan() override { ++waits_; }
     void waitEnded() override { --waits_; }
+    void observeIdle(std::function<void()>) override {}  // tests know when they are idle
 
     const std::vector<Transfer>& transfers() const { return transfers_; }
     /// URLs asked for so far, as sent, in order.
