@@ -40,7 +40,7 @@ class ControllerRoot : public IConfigManager {
     boost::filesystem::path commandLog() const { return path_ / "log/commands.log"; }
     boost::filesystem::path run() const { return path_ / "run"; }
     boost::filesystem::path lockFile() const { return path_ / "run/overseer.lock"; }
-    boost::filesystem::path controlSocket() const { return path_ / "run/control.sock"; }
+    boost::filesystem::path controlSocket() const { return path_ / "run/overseer.sock"; }
     boost::filesystem::path temporary() const { return path_ / "tmp"; }
 
     /// Creates the folders that are missing; only the owner may look into state, run and tmp.
