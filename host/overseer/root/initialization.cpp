@@ -61,7 +61,7 @@ constexpr char kConfiguration[] =
 #command-time-limit = 600
 
 # Version of the host that drivers' minimum versions are compared with, "major.minor.build".
-#version = ")" OVERSEER_VERSION R"("
+#host-version = ")" OVERSEER_VERSION R"("
 )";
 
 bool isEmptyFolder(const fs::path& folder, boost::system::error_code& error) {
