@@ -29,7 +29,7 @@ TEST(InitializeRoot, makesARootThatOpens) {
     const auto root = overseer::initializeRoot(folder / "new/site");
     ASSERT_TRUE(root) << root.error().message;
     EXPECT_EQ(contentOf(root->caBundle()), contentOf(overseer::kSystemCaBundle));
-    EXPECT_THAT(contentOf(root->configurationFile()), HasSubstr("#version = \"1.0.0\"\n"));
+    EXPECT_THAT(contentOf(root->configurationFile()), HasSubstr("#host-version = \"1.0.0\"\n"));
     EXPECT_EQ(modeOf(root->state()), 0700u);
     EXPECT_EQ(modeOf(root->run()), 0700u);
 
