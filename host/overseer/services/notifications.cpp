@@ -9,10 +9,6 @@ namespace {
 /// Numbers are set apart in blocks, so that not every notification costs a write.
 constexpr std::uint64_t kNumbersPerBlock = 1000;
 
-std::size_t sizeOf(const Notification& notification) {
-    return sizeof(Notification) + notification.agent.size() + notification.xml.size();
-}
-
 }  // namespace
 
 Result<std::unique_ptr<Notifications>> Notifications::open(
@@ -34,18 +30,25 @@ Notifications::~Notifications() {
 
 std::uint64_t Notifications::publish(const std::string& agent, std::string xml) {
     if (last_ == reserved_) reserveNumbers();
-    record_.push_back({++last_, toUtcMilliseconds(clock_->wallTime()), agent, std::move(xml)});
-    bytes_ += sizeOf(record_.back());
+    record_.push_back(
+        {toUtcMilliseconds(clock_->wallTime()), &*agents_.insert(agent).first, std::move(xml)});
+    ++last_;
+    bytes_ += sizeof(Kept) + record_.back().xml.size();
     dropOldest();
     const std::uint64_t number = last_;
     // Copies: who is told may subscribe, unsubscribe or publish.
-    const Notification published = record_.back();
+    const Notification published = notificationAt(last_);
     for (Subscription* subscription : std::list<Subscription*>(subscriptions_))
         if (std::find(subscriptions_.begin(), subscriptions_.end(), subscription) !=
             subscriptions_.end())
             subscription->published();
     for (const Observer& observer : observers_) observer(published);
     return number;
+}
+
+Notification Notifications::notificationAt(std::uint64_t number) const {
+    const Kept& kept = record_[number - oldest()];
+    return {number, kept.time, *kept.agent, kept.xml};
 }
 
 void Notifications::reserveNumbers() {
@@ -56,7 +59,7 @@ void Notifications::reserveNumbers() {
 
 void Notifications::dropOldest() {
     while (record_.size() > 1 && (record_.size() > kept_ || bytes_ > kKeptBytes)) {
-        bytes_ -= sizeOf(record_.front());
+        bytes_ -= sizeof(Kept) + record_.front().xml.size();
         record_.pop_front();
     }
 }
@@ -117,7 +120,7 @@ std::optional<NotificationEvent> Notifications::Subscription::next() {
         wantsWaking_ = true;
         return std::nullopt;
     }
-    return NotificationEvent{0, owner_.record_[next_++ - oldest]};
+    return NotificationEvent{0, owner_.notificationAt(next_++)};
 }
 
 }  // namespace overseer

@@ -8,6 +8,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,14 @@ class Notifications {
   private:
     Notifications(RunStore& store, std::shared_ptr<nv::hosting::Clock> clock, std::uint64_t last,
                   std::size_t kept);
+    /// A notification as it is kept: the number follows from the place.
+    struct Kept {
+        UtcMilliseconds time;
+        const std::string* agent;  ///< in agents_
+        std::string xml;
+    };
+
+    Notification notificationAt(std::uint64_t number) const;
     void reserveNumbers();
     void dropOldest();
     std::uint64_t oldest() const { return last_ + 1 - record_.size(); }
@@ -112,7 +121,8 @@ class Notifications {
     std::uint64_t reserved_;  ///< up to here a crash cannot hand numbers out twice
     std::size_t kept_;
     std::size_t bytes_ = 0;
-    std::deque<Notification> record_;
+    std::set<std::string> agents_;  ///< names are kept once, not with each notification
+    std::deque<Kept> record_;
     std::list<Subscription*> subscriptions_;
     std::vector<Observer> observers_;
 };

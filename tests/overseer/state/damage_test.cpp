@@ -25,6 +25,7 @@ const std::string kNode = "<persist_data><excluded_files>lamp.nvz</excluded_file
 void fill(const StateFolder& folder) {
     const auto database = folder.open();
     valueOf(PersistedNodes(*database).store("norvane/agent one", kNode));
+    ASSERT_TRUE(execute(database->durable(), "BEGIN"));
     SqliteDriverLedger ledger(*database);
     for (int number = 0; number < 40; ++number)
         ASSERT_TRUE(ledger.store({fmt::format("driver {}.nvz", number), number, "", "", 0, 0}));
@@ -33,9 +34,12 @@ void fill(const StateFolder& folder) {
     entry.start = boost::posix_time::ptime(boost::gregorian::date(2026, 1, 1));
     entry.end = boost::posix_time::ptime(boost::posix_time::max_date_time);
     valueOf(ScheduleStore(*database).add(entry));
+    ASSERT_TRUE(execute(database->durable(), "COMMIT"));
+    ASSERT_TRUE(execute(database->relaxed(), "BEGIN"));
     HistoryStore history(*database);
     for (int number = 1; number <= kHistoryRecords; ++number)
         valueOf(history.add({0, number, "agent", "record " + std::string(80, 'x'), "", "", ""}));
+    ASSERT_TRUE(execute(database->relaxed(), "COMMIT"));
 }
 
 void overwrite(const StateFolder& folder, std::size_t from, std::size_t size) {
@@ -144,6 +148,15 @@ TEST(LostDatabase, GivesSettingsBackFromTheirCopies) {
     ASSERT_TRUE(database->repair());
     EXPECT_THAT(*database->repair(), HasSubstr("settings of norvane/agent one from their copy"));
     EXPECT_EQ(valueOf(PersistedNodes(*database).find("norvane/agent one")), kNode);
+}
+
+TEST(EmptiedDatabase, IsSetAsideTogetherWithItsLog) {
+    const StateFolder folder;
+    fill(folder);
+    boost::filesystem::resize_file(folder.database(), 0);
+    folder.write(folder.database().string() + "-wal", "a log");
+    const auto database = folder.open();
+    EXPECT_EQ(folder.contentOf(folder.path() / "overseer.db.damaged-20261123-010203-wal"), "a log");
 }
 
 TEST(LostDatabase, PassesOverCopiesThatAreNotWellFormed) {
