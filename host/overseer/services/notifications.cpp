@@ -67,9 +67,13 @@ void Notifications::dropOldest() {
 std::vector<Notification> Notifications::page(std::uint64_t from, std::size_t limit) const {
     const std::uint64_t first = std::max(from, oldest());
     if (first > last_) return {};
-    const auto begin = record_.begin() + static_cast<std::ptrdiff_t>(first - oldest());
-    const auto size = std::min<std::size_t>(limit, last_ + 1 - first);
-    return {begin, begin + static_cast<std::ptrdiff_t>(size)};
+    const std::uint64_t end = std::min<std::uint64_t>(last_ + 1, first + limit);
+    std::vector<Notification> notifications;
+    notifications.reserve(end - first);
+    for (std::uint64_t number = first; number < end; ++number) {
+        notifications.push_back(notificationAt(number));
+    }
+    return notifications;
 }
 
 std::unique_ptr<Notifications::Subscription> Notifications::subscribe(std::uint64_t from,
