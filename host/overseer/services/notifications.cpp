@@ -64,6 +64,14 @@ void Notifications::dropOldest() {
     }
 }
 
+std::vector<Notification> Notifications::page(std::uint64_t from, std::size_t limit) const {
+    const std::uint64_t first = std::max(from, oldest());
+    if (first > last_) return {};
+    const auto begin = record_.begin() + static_cast<std::ptrdiff_t>(first - oldest());
+    const auto size = std::min<std::size_t>(limit, last_ + 1 - first);
+    return {begin, begin + static_cast<std::ptrdiff_t>(size)};
+}
+
 std::unique_ptr<Notifications::Subscription> Notifications::subscribe(std::uint64_t from,
                                                                       std::function<void()> wake,
                                                                       std::size_t limit) {

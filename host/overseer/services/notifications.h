@@ -91,6 +91,10 @@ class Notifications {
     /// after each time that `next` had nothing; it may only note that there is something to read.
     std::unique_ptr<Subscription> subscribe(std::uint64_t from, std::function<void()> wake,
                                             std::size_t limit = kQueueLimit);
+    /// Up to `limit` of those kept, from number `from` on, ascending.
+    std::vector<Notification> page(std::uint64_t from, std::size_t limit) const;
+    /// Number of the oldest kept, the next one to be given out when none is.
+    std::uint64_t oldestNumber() const { return oldest(); }
     /// The last number given out, 0 when none ever was.
     std::uint64_t lastNumber() const { return last_; }
     /// Called for each notification, inside `publish`, for as long as the object lives.

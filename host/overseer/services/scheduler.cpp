@@ -136,8 +136,15 @@ std::vector<ScheduleListing> Scheduler::list(bool withHidden) const {
     for (const auto& [id, entry] : entries_) {
         const StoredScheduleEntry& stored = entry.stored;
         if (stored.hidden && !withHidden) continue;
-        ScheduleListing line{id, stored.name, stored.deviceId, stored.enabled, stored.hidden,
-                             {}, {},          isWaiting(id)};
+        ScheduleListing line;
+        line.id = id;
+        line.name = stored.name;
+        line.deviceId = stored.deviceId;
+        line.enabled = stored.enabled;
+        line.hidden = stored.hidden;
+        line.intervalDays = stored.intervalDays;
+        line.listeners.assign(entry.listeners.begin(), entry.listeners.end());
+        line.waiting = isWaiting(id);
         if (entry.next) line.next = toMilliseconds(entry.next->instant);
         if (stored.lastDelivery != 0) line.lastDelivery = stored.lastDelivery;
         listing.push_back(std::move(line));

@@ -28,6 +28,8 @@ struct ScheduleListing {
     bool hidden = false;
     std::optional<UtcMilliseconds> next;          ///< none when it never fires again
     std::optional<UtcMilliseconds> lastDelivery;  ///< none when it was never delivered
+    unsigned int intervalDays = 1;
+    std::vector<std::uint32_t> listeners;  ///< device ids
     bool waiting = false;  ///< due, and held back by the gap or a busy network
 };
 

@@ -1,5 +1,7 @@
 #include <nv/base_driver.h>
 
+#include <utility>
+
 NVBaseDriver::NVBaseDriver(void* context)
     : host_(static_cast<CreationContext*>(context)->host),
       deviceId_(static_cast<CreationContext*>(context)->deviceId) {}
@@ -11,7 +13,7 @@ RESULTX NVBaseDriver::Initialize(unsigned int, nv::XmlNode::Ptr&) {
 }
 
 RESULTX NVBaseDriver::Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
-                                 nv::XmlNode::Ptr&) {
+                                 nv::XmlNode::Ptr) {
     return Initialize(deviceId, configuration);
 }
 
@@ -48,6 +50,6 @@ NVBaseAgentDriver::NVBaseAgentDriver(void* context) : NVBaseDriver(context) {}
 NVBaseAgentDriver::~NVBaseAgentDriver() = default;
 
 RESULTX NVBaseAgentDriver::Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
-                                      nv::XmlNode::Ptr& persisted) {
-    return NVBaseDriver::Initialize(deviceId, configuration, persisted);
+                                      nv::XmlNode::Ptr persisted) {
+    return NVBaseDriver::Initialize(deviceId, configuration, std::move(persisted));
 }

@@ -93,6 +93,7 @@ void CurlTransport::cancel(Id id) {
     release(*transfer);
     transfer->handle.reset();
     startWaiting();
+    tellWhenIdle();
 }
 
 // Not while events are delivered: a handler that blocks would use up the limits of what has just
@@ -256,12 +257,21 @@ void CurlTransport::callCompleted(Transfer& transfer) {
     transfers_.erase(transfer.id);
     running_.erase(transfer.id);
     transfer.cancelled = true;
+    tellWhenIdle();
     if (transfer.handlers.completed) transfer.handlers.completed(transfer.result);
 }
 
 void CurlTransport::workLater() {
     postTo(context_, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->curlWorked();
+    });
+}
+
+// Later: a handler that runs now may start the next transfer, and then the observer looks in vain.
+void CurlTransport::tellWhenIdle() {
+    if (pending() != 0 || closed_ || !idle_) return;
+    postTo(context_, [weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && self->idle_) self->idle_();
     });
 }
 

@@ -35,7 +35,11 @@ class CurlTransport : public hosting::Transport,
     void cancel(Id id) override;
     std::size_t pending() const override { return transfers_.size() + waits_; }
     void waitBegan() override { ++waits_; }
-    void waitEnded() override { --waits_; }
+    void waitEnded() override {
+        --waits_;
+        tellWhenIdle();
+    }
+    void observeIdle(std::function<void()> observer) override { idle_ = std::move(observer); }
 
     void curlWorked() override;
     void curlLostSocket(void* owner) override;
@@ -62,6 +66,7 @@ class CurlTransport : public hosting::Transport,
     void callData(Transfer& transfer, const TransferEvent& event);
     void callCompleted(Transfer& transfer);
     void workLater();
+    void tellWhenIdle();
 
     boost::asio::io_context& context_;
     const hosting::TransportSettings& settings_;
@@ -77,6 +82,7 @@ class CurlTransport : public hosting::Transport,
     std::size_t waits_ = 0;
     bool delivering_ = false;
     bool closed_ = false;
+    std::function<void()> idle_;
 };
 
 }  // namespace nv::net

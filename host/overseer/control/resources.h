@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <variant>
+
+#include "control/control_services.h"
+#include "control/http_message.h"
+#include "control/notification_cursor.h"
+
+namespace overseer::control {
+
+/// An answer that is not there yet: asked again at short intervals, as long as the peer waits.
+struct Wait {
+    /// On the I/O thread; the answer once it is there.
+    std::function<std::optional<Response>(ControlServices&)> ready;
+    /// On the I/O thread; what the peer gets when the limit has passed.
+    std::function<Response(ControlServices&)> expired;
+    std::chrono::milliseconds limit{0};
+};
+
+/// An answer without an end: notifications as they come.
+struct Follow {
+    NotificationCursor cursor;
+};
+
+using Answer = std::variant<Response, Wait, Follow>;
+
+/// Answers a request: finds its resource and lets it speak. I/O thread; what a resource throws is
+/// answered as an internal error.
+Answer answer(ControlServices& services, const Request& request);
+
+}  // namespace overseer::control
