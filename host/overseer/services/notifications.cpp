@@ -65,11 +65,11 @@ void Notifications::dropOldest() {
 }
 
 std::vector<Notification> Notifications::page(std::uint64_t from, std::size_t limit) const {
-    const std::uint64_t first = std::max(from, oldest());
-    if (first > last_) return {};
-    const auto begin = record_.begin() + static_cast<std::ptrdiff_t>(first - oldest());
-    const auto size = std::min<std::size_t>(limit, last_ + 1 - first);
-    return {begin, begin + static_cast<std::ptrdiff_t>(size)};
+    std::vector<Notification> notifications;
+    for (std::uint64_t number = std::max(from, oldest());
+         number <= last_ && notifications.size() < limit; ++number)
+        notifications.push_back(notificationAt(number));
+    return notifications;
 }
 
 std::unique_ptr<Notifications::Subscription> Notifications::subscribe(std::uint64_t from,
