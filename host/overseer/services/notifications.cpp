@@ -65,14 +65,10 @@ void Notifications::dropOldest() {
 }
 
 std::vector<Notification> Notifications::page(std::uint64_t from, std::size_t limit) const {
-    const std::uint64_t first = std::max(from, oldest());
-    if (first > last_) return {};
-    const std::uint64_t end = std::min<std::uint64_t>(last_ + 1, first + limit);
     std::vector<Notification> notifications;
-    notifications.reserve(end - first);
-    for (std::uint64_t number = first; number < end; ++number) {
+    for (std::uint64_t number = std::max(from, oldest());
+         number <= last_ && notifications.size() < limit; ++number)
         notifications.push_back(notificationAt(number));
-    }
     return notifications;
 }
 

@@ -109,6 +109,19 @@ TEST_F(NotificationsTest, SayHowManyAreNoLongerKept) {
     EXPECT_EQ(events.size(), 11u);
 }
 
+TEST_F(NotificationsTest, AreHandedOutInPages) {
+    EXPECT_THAT(notifications_->page(0, 5), IsEmpty());
+    reopen(10);
+    publish(25);
+    const auto page = notifications_->page(3, 4);
+    ASSERT_EQ(page.size(), 4u);
+    EXPECT_EQ(page.front().number, notifications_->oldestNumber());
+    EXPECT_EQ(page.front().number, 16u);
+    EXPECT_EQ(page.back().number, 19u);
+    EXPECT_EQ(notifications_->page(24, 4).size(), 2u);
+    EXPECT_THAT(notifications_->page(26, 4), IsEmpty());
+}
+
 TEST_F(NotificationsTest, AreKeptWithinABoundOfBytes) {
     for (int number = 0; number < 40; ++number)
         notifications_->publish("agent", std::string(1u << 20, 'x'));
