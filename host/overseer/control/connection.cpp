@@ -336,8 +336,12 @@ void HttpConnection::endStream() {
 void HttpConnection::linger() {
     // Closing with bytes unread would reset the connection under the answer: what the peer still
     // sends is read and dropped, until it closes or its time is up.
-    state_ = State::kLingering;
     ErrorCode ignored;
+    if (parser_->is_done() && socket_.available(ignored) == 0) {
+        abandon();
+        return;
+    }
+    state_ = State::kLingering;
     socket_.shutdown(Socket::shutdown_send, ignored);
     within(limits().farewell, &HttpConnection::abandon);
     buffer_.clear();
