@@ -71,13 +71,20 @@ TEST(Stream, ReplaysFromANumberOnAndGoesOnLive) {
     EXPECT_THAT(events.readUntil("<fresh/>"), HasSubstr("id: 201\n"));
 }
 
-TEST(Stream, GivesEverythingKeptWhereTheNumbersBeganAnew) {
+TEST(Stream, GivesEverythingKeptOnRequestAndWhereTheNumbersBeganAnew) {
     const TemporaryRoot root;
     RunningServer server(root.path());
-    server.onLoop([](FakeServices& services) { services.publish("<first/>"); });
-    RawPeer peer(root.path());
-    peer.send(follow("&from=5000"));
-    EXPECT_THAT(peer.readUntil("<first/>"), HasSubstr("\"number\":1,"));
+    server.onLoop([](FakeServices& services) {
+        services.newest = 6;
+        services.publish("<first/>");
+    });
+    for (const char* from : {"&from=0", "&from=5000"}) {
+        RawPeer peer(root.path());
+        peer.send(follow(from));
+        const std::string text = peer.readUntil("<first/>");
+        EXPECT_THAT(text, HasSubstr("\"number\":7,"));
+        EXPECT_THAT(text, Not(HasSubstr("lagged")));
+    }
 }
 
 TEST(Stream, DropsASubscriberThatNeverReadsAndServesTheOthers) {
