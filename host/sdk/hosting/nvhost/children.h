@@ -9,6 +9,8 @@ std::size_t runningChildren();
 /// Kills the running child and refuses every later one: nv::system answers 127 from then on. Any
 /// thread.
 void stopChildren();
+/// Whether children are refused at present. Any thread.
+bool childrenStopped();
 /// Takes stopChildren back; for a host that starts again in the same process.
 void allowChildren();
 

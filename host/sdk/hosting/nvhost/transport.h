@@ -70,6 +70,9 @@ class Transport {
     /// Clients count their retry waits here, so that `pending` knows of them.
     virtual void waitBegan() = 0;
     virtual void waitEnded() = 0;
+    /// Sets the one observer that is called, on the loop, whenever `pending` has fallen to 0; empty
+    /// for none.
+    virtual void observeIdle(std::function<void()> observer) = 0;
 };
 
 /// Limits and surroundings of the host's transport.

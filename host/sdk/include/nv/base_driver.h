@@ -44,7 +44,7 @@ class NVBaseDriver : public IDriverOperations, public IHostedDriver {
     void OnSchedulerEventRemoved(unsigned int) override {}
     void OnNetworkBindingChanged() override {}
     RESULTX Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
-                       nv::XmlNode::Ptr& persisted) override;
+                       nv::XmlNode::Ptr persisted) override;
     void RegisterCommands() override {}
     void RegisterConditionals() override {}
     void RegisterVariables() override {}
@@ -83,7 +83,7 @@ class NVBaseAgentDriver : public NVBaseDriver, public IAgent {
 
     using NVBaseDriver::Initialize;
     RESULTX Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
-                       nv::XmlNode::Ptr& persisted) override;
+                       nv::XmlNode::Ptr persisted) override;
     DriverType GetDriverType() const override { return DriverType::kAgent; }
     IAgent* GetAgent() override { return this; }
 

@@ -55,7 +55,7 @@ class IDriverOperations {
     /// Agent form of initialisation: configuration, and the node stored last time (null or empty
     /// when there is none).
     virtual RESULTX Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
-                               nv::XmlNode::Ptr& persisted) = 0;
+                               nv::XmlNode::Ptr persisted) = 0;
     virtual void RegisterCommands() = 0;
     virtual void RegisterConditionals() = 0;
     virtual void RegisterVariables() = 0;

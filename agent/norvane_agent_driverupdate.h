@@ -1,0 +1,269 @@
+#pragma once
+
+#include <nv/base_driver.h>
+#include <nv/curl.h>
+#include <nv/http.h>
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "outcome_reporting.h"
+
+// The driver-update agent: one class, one source file for each of its activities.
+//
+// Activity           | File                                 | Entered from        | Leaves to
+// -------------------+--------------------------------------+---------------------+------------------
+// life in the host   | agent/norvane_agent_driverupdate.cpp | host                | daily events
+// commands           | agent/commands.cpp                   | host                | command
+// handlers settings           | agent/settings.cpp                   | host, commands      | daily
+// events outcome reporting  | agent/outcome_reporting.cpp          | everywhere          | host
+// catalogue query    | catalogue/query.cpp                  | update request      | transport
+// answer             | catalogue/answer.cpp                 | update request      | installation
+// update request     | catalogue/update_request.cpp         | update run, network | query, answer
+// download           | install/download.cpp                 | installation        | transport
+// completion         | install/completion.cpp               | network             | host,
+// registration installation       | install/driver_installation.cpp      | commands, answer    |
+// download, host agent registration | install/agent_registration.cpp       | answer, completion  |
+// daily events       | schedule/auto_update_events.cpp      | life, settings      | host's
+// scheduler update run         | schedule/auto_update_run.cpp         | host, commands      |
+// update request
+//
+// The entry points of the plug-in (agent/entry_points.cpp) make the object and know nothing else.
+
+template <typename Callback>
+class HttpSolrRequestShim;
+
+/// Name, library, file name and version of an agent that is to be added; all empty while a driver
+/// is updated.
+using add_agent_data_tuple_type = std::tuple<std::string, std::string, std::string, std::string>;
+
+namespace driverupdate {
+
+/// MD5 of a file in lower-case hexadecimal; empty, with a warning in the log, when it cannot be
+/// read. Defined in install/completion.cpp.
+std::string GetMD5Checksum(const std::string& path);
+
+}  // namespace driverupdate
+
+/// Keeps the drivers of a controller current.
+///
+/// Lives on the loop that the host gives to its device, and is entered there only: by the host's
+/// calls, by commands and schedule events, and by the completions of its own network requests.
+/// Nothing is locked. The host destroys it through its hosted interface; requests that are then
+/// under way are cancelled, and a late completion does nothing.
+class norvane_agent_driverupdate : public NVBaseAgentDriver {
+  public:
+    using SolrCallback =
+        std::function<void(const nv::net::http::HttpResponse&, const boost::system::error_code&)>;
+
+    // ---- agent/norvane_agent_driverupdate.cpp: life in the host ---------------------------------
+
+    /// @param context  the host's creation context, which outlives the agent
+    explicit norvane_agent_driverupdate(void* context);
+    ~norvane_agent_driverupdate() override;
+    norvane_agent_driverupdate(const norvane_agent_driverupdate&) = delete;
+    norvane_agent_driverupdate& operator=(const norvane_agent_driverupdate&) = delete;
+
+    RESULTX LateInitialize() override;
+    IAgent* GetAgent() override;
+    IDevice* GetDevice() override;
+    void OnProjectLoaded() override {}
+    void OnProjectClosing() override {}
+    void UsbSerialDeviceRemoved(const std::string&) override {}
+    void OnVariableAdded(unsigned int, unsigned int) override {}
+    void OnVariableRemoved(unsigned int, unsigned int) override {}
+    void OnDeviceAdded(unsigned int) override {}
+    void OnDeviceRemoved(unsigned int) override {}
+    void OnConnectionsChanged() override {}
+    void OnSchedulerEventRemoved(unsigned int) override {}
+
+    // ---- agent/commands.cpp: what the host may ask for by name ----------------------------------
+
+    void RegisterCommands() override;
+
+    // ---- agent/settings.cpp: settings, their persistence and their commands ---------------------
+
+    using NVBaseAgentDriver::Initialize;
+    /// Takes the settings from the node that the host stored; always 0.
+    RESULTX Initialize(unsigned int deviceId, nv::XmlNode::Ptr& configuration,
+                       nv::XmlNode::Ptr persisted) override;
+    /// Switches automatic updating on and leaves the other settings alone.
+    void ResetSettings() override;
+    nv::XmlNode::Ptr GetPersistData() override;
+    /// Whether the dealer excluded a driver file of exactly this name from updating.
+    bool isExcluded(const std::string& fileName) const;
+
+    // ---- agent/outcome_reporting.cpp ------------------------------------------------------------
+
+    void RegisterVariables() override;
+
+    // ---- catalogue/query.cpp --------------------------------------------------------------------
+
+    /// URL of a catalogue query.
+    /// @param files   file list: escaped, double-quoted names, joined by commas
+    /// @param fields  names of the fields wanted, joined by commas
+    /// @param core    collection to ask; only a forced query honours it, any other asks "drivers"
+    std::string buildSolrQueryUrl(const std::string& files, const std::string& fields,
+                                  const std::string& core, bool forceAutoUpdate) const;
+    /// The unforced query for these file names, escaped here.
+    std::string buildSolrQueryUrl(const std::vector<std::string>& fileNames,
+                                  const std::string& fields, const std::string& core) const;
+
+    // ---- schedule/auto_update_run.cpp -----------------------------------------------------------
+
+    /// One of the two daily events fires.
+    void OnSchedulerEvent(unsigned int eventId) override;
+
+  private:
+    // ---- agent/commands.cpp: commands whose rooms are not built yet -----------------------------
+
+    nv::XmlNode::Ptr OnCmdGetSetup(const ICmdMessage& message);
+    nv::XmlNode::Ptr OnCmdEvaluate(const ICmdMessage& message);
+    void OnCmdAutoAddAgent(const ICmdMessage& message);
+
+    // ---- agent/settings.cpp ---------------------------------------------------------------------
+
+    nv::XmlNode::Ptr OnCmdGetState(const ICmdMessage& message);
+    void OnCmdSetState(const ICmdMessage& message);
+    void OnCmdSetExclude(const ICmdMessage& message);
+
+    // ---- agent/outcome_reporting.cpp ------------------------------------------------------------
+
+    static constexpr unsigned int kLastMessageId = 1000;
+    void setLastMessage(const std::string& text);
+    void recordHistory(const std::string& text, const std::string& subcategory,
+                       const std::string& result);
+    /// One occurrence of an outcome about `tag`.
+    void count(const std::string& metric, const std::string& tag);
+    /// One occurrence of an outcome that is about no subject.
+    void countPlain(const std::string& metric);
+    void sendTiming(const std::string& metric, const std::string& fileName,
+                    std::uint64_t milliseconds);
+    /// Sends the node `notification` with one child that holds `text`.
+    void notifyUserInterfaces(const std::string& notification, const std::string& child,
+                              const std::string& text);
+
+    // ---- catalogue/query.cpp: queries, and the requests that carry them -------------------------
+
+    using RequestShim = HttpSolrRequestShim<SolrCallback>;
+    /// What became of issuing a request; only an issued one completes.
+    enum class RequestStart { kIssued, kAlreadyInFlight, kNoQuery, kNotSent };
+    /// Sends the query for `files`, unless one of this key is in flight. Its completion has to take
+    /// the key out of activeDownloads.
+    /// @param error  why there is no query, or why it was not sent
+    RequestStart requestCatalogue(const std::string& key, const std::string& files,
+                                  const std::string& core, bool forceAutoUpdate,
+                                  const SolrCallback& completion, boost::system::error_code& error);
+    void cancelRequests();
+    /// Percent-escaped for a URL; empty when that fails.
+    static std::string escapeFileName(const std::string& fileName);
+
+    // ---- catalogue/answer.cpp: which documents of an answer lead to an update -------------------
+
+    struct CatalogueDocument;
+    void handleSolrResponse(const std::string& payload, const std::string& core,
+                            const add_agent_data_tuple_type& addAgentData, bool isAgent);
+    void handleDocument(const CatalogueDocument& document,
+                        const add_agent_data_tuple_type& addAgentData, bool isAgent);
+    void failAnswer(const std::string& core, const char* logText, const char* reason);
+    void reportNoSuchAgent(const add_agent_data_tuple_type& addAgentData);
+    /// Tells of a document that leads to nothing, in a node named `notification`.
+    void refuse(const char* notification, const std::string& filename, const char* reason);
+
+    // ---- catalogue/update_request.cpp -----------------------------------------------------------
+
+    /// Asks the catalogue for updates of a file list.
+    void updateDrivers(const std::string& files, bool forced);
+    void requestUpdates(const std::string& files, const std::string& core, bool forced);
+    void updateDriversSolrResponse(const nv::net::http::HttpResponse& response,
+                                   const boost::system::error_code& error, const std::string& core,
+                                   const std::string& files);
+
+    // ---- install/download.cpp -------------------------------------------------------------------
+
+    /// Starts the download of a package; false when its output cannot be had.
+    /// @param currentDriverPath  installed file, only for messages
+    bool downloadDriver(std::string currentDriverPath, const std::string& filename,
+                        const std::string& md5sum, const add_agent_data_tuple_type& agentData);
+    bool onData(nv::Curl::Transfer::Ptr transfer, const boost::asio::const_buffer& data,
+                boost::shared_ptr<std::ofstream>& out);
+    void ensureCurlClient();
+    /// The host's clock in milliseconds, which wrap at 32 bits.
+    static std::uint64_t clockMilliseconds();
+
+    // ---- install/completion.cpp: from a finished download to an updated driver ------------------
+
+    void onDone(nv::Curl::Transfer::Ptr transfer, const nv::Curl::Code& code, std::string& filename,
+                std::string& tempFolder, const std::string& md5sum,
+                boost::shared_ptr<std::ofstream>& out, std::uint64_t startMilliseconds,
+                const add_agent_data_tuple_type& agentData);
+    /// Verify and put in place; false when the outcome is decided already.
+    bool placePackage(const std::string& filename, const std::string& tempFolder,
+                      const std::string& md5sum);
+    bool placePlainDriver(const std::string& filename, const std::string& tempFolder,
+                          const std::string& md5sum);
+    void applyUpdate(const std::string& filename, std::uint64_t startMilliseconds);
+    void finishAgentDownload(const add_agent_data_tuple_type& agentData,
+                             std::uint64_t startMilliseconds);
+    struct FailedDownload;
+    static const FailedDownload kChecksumMismatch;
+    static const FailedDownload kCurrentFileMissing;
+    static const FailedDownload kDownloadMissing;
+    void failDownload(const FailedDownload& failure, const std::string& filename,
+                      const std::string& tempFolder);
+
+    // ---- install/driver_installation.cpp --------------------------------------------------------
+
+    void updateDriver(const std::string& filename, const std::string& md5sum);
+    void OnCmdUpdateDrivers(const ICmdMessage& message);
+    void installDriver(const std::string& name, bool requiresRestart);
+    /// Whether a driver file of that name is a package.
+    static bool isPackaged(const std::string& filename);
+    /// Where a driver file of that name belongs.
+    std::string driverFolder(const std::string& filename) const;
+
+    // ---- install/agent_registration.cpp: not built yet ------------------------------------------
+
+    void autoAddAgentDownload(const std::string& filename, const std::string& md5sum, int version,
+                              const std::string& minimumOSVersion,
+                              const add_agent_data_tuple_type& agentData);
+    void autoAddAgent(const std::string& name, const std::string& library,
+                      const std::string& filename);
+
+    // ---- schedule/auto_update_events.cpp --------------------------------------------------------
+
+    struct DailyEvent;
+    RESULTX scheduleAutoUpdateEvent();
+    RESULTX scheduleForcedAutoUpdateEvent();
+    RESULTX scheduleDailyEvent(const DailyEvent& event);
+    /// Adds the event to the schedule, at a random time of day; 0 when it was refused.
+    std::uint32_t addDailyEvent(const std::string& name, nv::scheduler::IScheduler& scheduler);
+
+    // ---- schedule/auto_update_run.cpp -----------------------------------------------------------
+
+    void OnCmdExecuteAutoUpdate(const ICmdMessage& message);
+    void executeAutoUpdate(bool forced);
+
+    // ---- state, in the order in which it is set up; taken down in the reverse order -------------
+
+    bool autoUpdateEnabled = true;
+    bool autoUpdateSetByDealer = false;
+    std::uint32_t autoUpdateEventId = 0;
+    std::uint32_t forcedAutoUpdateEventId = 0;
+    std::shared_ptr<nv::Curl> curlClient;  ///< made by the first download
+    std::shared_ptr<void> auxState;
+    std::string scratchText;
+    std::string excludedFiles;  ///< file names joined by commas, as received
+    /// Catalogue requests in flight, by the key that their issuer chose.
+    std::map<std::string,
+             std::pair<std::shared_ptr<RequestShim>, std::shared_ptr<nv::net::http::HttpClient>>>
+        activeDownloads;
+};

@@ -1,0 +1,13 @@
+#pragma once
+
+namespace depot {
+
+/// The program's exit codes.
+enum ExitCode { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
+
+/// Runs `driver-depot` with these arguments. Answers go to standard output, one line per problem to
+/// standard error.
+/// @return an ExitCode
+int runCommandLine(int argc, char** argv);
+
+}  // namespace depot

@@ -1,0 +1,34 @@
+#include "depot/file_descriptor.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace depot {
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+FileDescriptor::~FileDescriptor() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+Result<std::string> readAtMost(const FileDescriptor& file, std::size_t limit) {
+    std::string text;
+    std::array<char, 16 * 1024> buffer{};
+    while (true) {
+        const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
+        if (count == 0) return text;
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return failure(std::string("cannot be read: ") + std::strerror(errno));
+        if (static_cast<std::size_t>(count) > limit - text.size())
+            return failure("is larger than " + std::to_string(limit) + " bytes");
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+}
+
+}  // namespace depot

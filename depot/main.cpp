@@ -1,0 +1,5 @@
+#include "depot/commands.h"
+
+int main(int argc, char** argv) {
+    return depot::runCommandLine(argc, argv);
+}

@@ -1,0 +1,107 @@
+#include <nv/logger.h>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "common/log.h"
+#include "root/initialization.h"
+#include "root/leftovers.h"
+#include "root/root_lock.h"
+#include "runtime/configuration.h"
+#include "runtime/host.h"
+#include "runtime/install_command.h"
+#include "runtime/process.h"
+#include "runtime/surroundings.h"
+#include "services/log_setup.h"
+
+namespace {
+
+using namespace overseer;
+
+constexpr std::size_t kFewDescriptors = 8192;
+
+int fail(const Error& error) {
+    std::fprintf(stderr, "overseer: %s\n", error.message.c_str());
+    return 1;
+}
+
+int initialize(const Invocation& invocation) {
+    const std::string& caFile =
+        invocation.caFile.empty() ? std::string(kSystemCaBundle) : invocation.caFile;
+    const Result<ControllerRoot> root = initializeRoot(invocation.configuration.root, caFile);
+    if (!root) return fail(root.error());
+    std::printf("%s is a controller root now; its settings are in %s\n",
+                root->path().string().c_str(), root->configurationFile().string().c_str());
+    return 0;
+}
+
+void warnOfFewDescriptors(std::size_t limit) {
+    if (limit >= kFewDescriptors) return;
+    log::warn(
+        fmt::format("only {} files may be open at once; a run over many drivers may need {}: "
+                    "raise the hard limit (ulimit -Hn)",
+                    limit, kFewDescriptors));
+}
+
+/// Runs the host until it stops or is to restart.
+Result<Host::End> run(const Invocation& invocation, const ControllerRoot& root) {
+    const std::size_t descriptors = process::raiseDescriptorLimit();
+    setenv("TMPDIR", root.temporary().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
+    const nv::hosting::EnvironmentScope environment(
+        hostEnvironment(invocation.configuration, root));
+    nv::Logger::initialize();
+    warnOfFewDescriptors(descriptors);
+    if (Result<> cleaned = removeLeftovers(root); !cleaned) {
+        return tl::unexpected(cleaned.error());
+    }
+    Result<std::unique_ptr<Host>> host = Host::start(invocation.configuration, root);
+    if (!host) return tl::unexpected(host.error());
+    const process::SignalWaiter signals([&](int) { (*host)->requestStop(); });
+    std::printf("ready: %s\n", (*host)->summary().c_str());
+    std::fflush(stdout);
+    log::info("ready: " + (*host)->summary());
+    return (*host)->run();
+}
+
+int actOnRoot(const Invocation& invocation, const std::string& program,
+              const std::vector<std::string>& arguments) {
+    const Result<ControllerRoot> root = ControllerRoot::open(invocation.configuration.root);
+    if (!root) return fail(root.error());
+    {
+        const Result<RootLock> lock = RootLock::acquire(*root);
+        if (!lock) return fail(lock.error());
+        if (Result<> log = setUpLog({root->logs(), invocation.configuration.logLevel}); !log) {
+            return fail(log.error());
+        }
+        if (invocation.action == Invocation::Action::kInstall) {
+            return installFiles(*root, invocation);
+        }
+        const Result<Host::End> ended = run(invocation, *root);
+        if (!ended) log::error(ended.error().message);
+        closeLog();
+        if (!ended) return fail(ended.error());
+        if (*ended == Host::End::kStopped) return 0;
+    }
+    return fail(process::restartInPlace(program, arguments));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    process::takeSignals();
+    const std::string program = process::ownProgram();
+    const std::vector<std::string> arguments(argv, argv + argc);
+    const Result<Invocation> invocation = readInvocation(argc, argv);
+    if (!invocation) return fail(invocation.error());
+    switch (invocation->action) {
+        case Invocation::Action::kExit:
+            return invocation->exitCode;
+        case Invocation::Action::kInit:
+            return initialize(*invocation);
+        case Invocation::Action::kInstall:
+        case Invocation::Action::kRun:
+            return actOnRoot(*invocation, program, arguments);
+    }
+    return 1;
+}

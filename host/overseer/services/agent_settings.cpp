@@ -1,0 +1,45 @@
+#include "services/agent_settings.h"
+
+#include <boost/algorithm/string/replace.hpp>
+#include <exception>
+
+namespace overseer {
+namespace {
+
+/// A carriage return that is not written as a reference reads back as a line feed.
+std::string textOf(const nv::XmlNode& node) {
+    return boost::replace_all_copy(node.ToText(true), "\r", "&#13;");
+}
+
+}  // namespace
+
+Result<nv::XmlNode::Ptr> AgentSettings::restore(const std::string& agent) {
+    const Result<std::string> xml = stored(agent);
+    if (!xml) return tl::unexpected(xml.error());
+    return nv::CreateXmlDocument(*xml)->GetRoot();
+}
+
+Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& operations) {
+    std::string xml;
+    try {
+        if (!operations.GetPersistState()) return {};
+        const nv::XmlNode::Ptr node = operations.GetPersistData();
+        if (!node || node->IsEmpty()) return {};
+        xml = textOf(*node);
+    } catch (const std::exception& thrown) {
+        return failure("{} threw when it was asked for its settings: {}", agent, thrown.what());
+    } catch (...) {
+        return failure("{} threw something unknown when it was asked for its settings", agent);
+    }
+    const Result<bool> written = store_.store(agent, xml);
+    if (!written) return tl::unexpected(written.error());
+    return {};
+}
+
+Result<std::string> AgentSettings::stored(const std::string& agent) {
+    const Result<std::optional<std::string>> xml = store_.find(agent);
+    if (!xml) return inContext("cannot read the settings of " + agent, xml.error());
+    return xml->value_or(std::string());
+}
+
+}  // namespace overseer

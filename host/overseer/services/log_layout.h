@@ -1,0 +1,25 @@
+#pragma once
+
+#include <log4cplus/layout.h>
+#include <string>
+
+namespace overseer {
+
+/// `text` with each control character (and DEL) as \n, \r, \t or \xHH and each backslash doubled,
+/// so that what comes from outside can neither forge a line nor steer a terminal. C1 controls in
+/// UTF-8 and the Unicode line separators are escaped byte by byte.
+std::string escapeControlCharacters(const std::string& text);
+
+/// `2026-11-23T01:02:03.456Z INFO  TEXT (FILE:LINE)`, one line for each event.
+class EscapingLayout : public log4cplus::Layout {
+  public:
+    /// @param localTime  times of the wall clock with their distance to UTC instead of UTC
+    explicit EscapingLayout(bool localTime) : localTime_(localTime) {}
+    void formatAndAppend(log4cplus::tostream& output,
+                         const log4cplus::spi::InternalLoggingEvent& event) override;
+
+  private:
+    bool localTime_;
+};
+
+}  // namespace overseer

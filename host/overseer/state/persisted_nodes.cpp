@@ -1,0 +1,49 @@
+#include "state/persisted_nodes.h"
+
+#include "state/agent_copies.h"
+
+namespace overseer {
+
+Result<std::optional<std::string>> PersistedNodes::find(const std::string& agent) {
+    auto statement =
+        Statement::prepare(database_.durable(), "SELECT node FROM persisted_nodes WHERE agent=?");
+    if (!statement) return tl::unexpected(statement.error());
+    const Result<bool> row = statement->add(agent).step();
+    if (!row) return tl::unexpected(row.error());
+    return *row ? std::optional(statement->text(0)) : std::nullopt;
+}
+
+Result<bool> PersistedNodes::store(const std::string& agent, const std::string& xml) {
+    const Result<std::optional<std::string>> stored = find(agent);
+    if (!stored) return tl::unexpected(stored.error());
+    if (stored->value_or(std::string()) == xml) return false;
+    auto statement =
+        Statement::prepare(database_.durable(),
+                           xml.empty() ? "DELETE FROM persisted_nodes WHERE agent=?1"
+                                       : "INSERT INTO persisted_nodes(agent, node) VALUES(?1, ?2) "
+                                         "ON CONFLICT(agent) DO UPDATE SET node=excluded.node");
+    if (!statement) return tl::unexpected(statement.error());
+    statement->add(agent);
+    if (!xml.empty()) statement->add(xml);
+    if (auto written = statement->run(); !written)
+        return inContext("cannot store the settings of " + agent, written.error());
+    const Result<> copied = xml.empty() ? agent_copies::remove(database_.copiesFolder(), agent)
+                                        : agent_copies::write(database_.copiesFolder(), agent, xml);
+    if (!copied) return tl::unexpected(copied.error());
+    return true;
+}
+
+Result<std::vector<std::string>> PersistedNodes::agents() {
+    auto statement =
+        Statement::prepare(database_.durable(), "SELECT agent FROM persisted_nodes ORDER BY agent");
+    if (!statement) return tl::unexpected(statement.error());
+    std::vector<std::string> agents;
+    for (;;) {
+        const Result<bool> row = statement->step();
+        if (!row) return tl::unexpected(row.error());
+        if (!*row) return agents;
+        agents.push_back(statement->text(0));
+    }
+}
+
+}  // namespace overseer

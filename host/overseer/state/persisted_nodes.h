@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "state/database.h"
+
+namespace overseer {
+
+/// What agents persist, as XML text by agent name: in the database, and a copy of each as
+/// `agents/NAME.xml` for the day that the database is lost. I/O thread only.
+class PersistedNodes {
+  public:
+    /// `database` outlives it.
+    explicit PersistedNodes(Database& database) : database_(database) {}
+
+    /// Nothing when nothing was ever stored for the agent.
+    Result<std::optional<std::string>> find(const std::string& agent);
+    /// Stores the text when it differs from what is stored; it survives a power cut then. Empty
+    /// text removes what is stored.
+    /// @return whether something was written. An error when the copy could not be written although
+    ///         the database was.
+    Result<bool> store(const std::string& agent, const std::string& xml);
+    /// Names of all agents that have something stored, in ascending order.
+    Result<std::vector<std::string>> agents();
+
+  private:
+    Database& database_;
+};
+
+}  // namespace overseer
