@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <algorithm>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -120,11 +121,15 @@ std::string RawPeer::readToEnd() {
 }
 
 std::string RawPeer::readUntil(const std::string& text) {
-    while (received_.find(text) == std::string::npos && receive()) {
+    std::size_t end = received_.find(text);
+    while (end == std::string::npos) {
+        const std::size_t seen = received_.size();
+        if (!receive()) {
+            return std::exchange(received_, {});
+        }
+        end = received_.find(text, seen - std::min(seen, text.size()));
     }
-    const std::size_t end = received_.find(text);
-    const std::string head =
-        received_.substr(0, end == std::string::npos ? end : end + text.size());
+    const std::string head = received_.substr(0, end + text.size());
     received_.erase(0, head.size());
     return head;
 }
