@@ -95,19 +95,24 @@ TEST_F(TransportTest, DoesNotCountTheTimeOfAHandlerThatBlocks) {
     configure();
     server.on("/a", [](Connection& connection, const Request&) { connection.answer(200, "a"); });
     for (const bool foreign : {false, true}) {
+        // Two servers: the second transfer to one would wait for the first one's handshake.
         LoopbackServer secure(authority.issue("IP:127.0.0.1"), true);
-        secure.on("/a",
-                  [](Connection& connection, const Request&) { connection.answer(200, "a"); });
+        LoopbackServer other(authority.issue("IP:127.0.0.1"), true);
+        for (LoopbackServer* each : {&secure, &other}) {
+            each->on("/a",
+                     [](Connection& connection, const Request&) { connection.answer(200, "a"); });
+        }
         const auto block = [&] {
             secure.letGo();
+            other.letGo();
             std::this_thread::sleep_for(std::chrono::milliseconds(1500));
         };
         Curl client(loop.context(), {});
         Download connecting, blocking;
         Query query(loop, caFile);
         client.start(secure.url("/a"), {}, connecting.callbacks());
-        ASSERT_FALSE(query.request(secure.url("/a")));
-        loop.runUntil([&] { return secure.connections() > 0; });
+        ASSERT_FALSE(query.request(other.url("/a")));
+        loop.runUntil([&] { return secure.connections() + other.connections() == 2; });
         auto callbacks = blocking.callbacks();
         callbacks.completed = [&](Curl::Transfer::Ptr, const Curl::Code&) { block(); };
         if (foreign) {
