@@ -39,6 +39,8 @@ const std::vector<Resource>& resources() {
         {"GET",  {"schedule"},                       listSchedule},
         {"POST", {"schedule", "*", "fire"},          fireEvent},
         {"GET",  {"drivers"},                        listDrivers},
+        {"GET",  {"drivers", "*"},                   showDriver},
+        {"POST", {"drivers", "*", "place"},          placeDriver},
         {"POST", {"drivers", "*", "restore"},        restoreDriver},
     };
     // clang-format on

@@ -30,6 +30,11 @@ struct AppliedDriver {
     std::string library;  ///< that agent's plug-in, a file of its unpacked copy; empty without one
 };
 
+/// What applying a driver of that manifest comes to.
+/// @param package  which brought the manifest, null for a bare driver
+AppliedDriver describeDriver(const std::string& fileName, const Manifest& manifest,
+                             const Package* package);
+
 /// Makes a driver file as it now lies in its folder the one in use: the only way in which a version
 /// comes to be the installed one.
 ///

@@ -1,6 +1,11 @@
 #include "drivers/manifest.h"
 
+#include <nv/file.h>
+
 #include <pugixml.hpp>
+
+#include "drivers/file_names.h"
+#include "drivers/package.h"
 
 namespace overseer {
 
@@ -23,6 +28,17 @@ Result<Manifest> parseManifest(const std::string& text, const std::string& sourc
     manifest.agent = root.child("agent").text().as_bool();
     manifest.library = root.child("library").text().get();
     return manifest;
+}
+
+Result<std::string> readManifestText(const boost::filesystem::path& file, const std::string& name) {
+    if (isPackageName(name)) {
+        const Result<Package> package = Package::open(file);
+        if (!package) return tl::unexpected<Error>(package.error());
+        return package->manifestText();
+    }
+    std::string text;
+    if (FileX::Load(file.string(), text) >= 0) return text;
+    return failure("{} is not a readable file of at most 16 MB", file.string());
 }
 
 }  // namespace overseer

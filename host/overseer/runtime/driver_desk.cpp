@@ -1,6 +1,6 @@
 #include "runtime/driver_desk.h"
 
-#include <nv/file.h>
+#include <boost/filesystem/operations.hpp>
 
 #include <set>
 
@@ -8,9 +8,9 @@
 #include "drivers/driver_check.h"
 #include "drivers/file_names.h"
 #include "drivers/manifest.h"
-#include "drivers/package.h"
 #include "drivers/project.h"
 #include "drivers/restore.h"
+#include "drivers/staged_driver.h"
 
 namespace overseer {
 
@@ -20,19 +20,16 @@ constexpr RESULTX kRefused = -1;
 
 /// The version that the manifest of a file in place states; nothing when it cannot be read.
 std::optional<int> versionInPlace(const ControllerRoot& root, const std::string& fileName) {
-    const boost::filesystem::path file = driverFile(root, fileName);
-    std::string text;
-    if (isPackageName(fileName)) {
-        const Result<Package> package = Package::open(file);
-        if (!package) return std::nullopt;
-        Result<std::string> manifest = package->manifestText();
-        if (!manifest) return std::nullopt;
-        text = std::move(*manifest);
-    } else if (FileX::Load(file.string(), text) < 0) {
-        return std::nullopt;
-    }
-    const Result<Manifest> manifest = parseManifest(text, file.string());
+    const Result<std::string> text = readManifestText(driverFile(root, fileName), fileName);
+    if (!text) return std::nullopt;
+    const Result<Manifest> manifest = parseManifest(*text, fileName);
     return manifest ? std::optional(manifest->version) : std::nullopt;
+}
+
+bool isInPlace(const ControllerRoot& root, const std::string& fileName) {
+    boost::system::error_code error;
+    const auto status = boost::filesystem::symlink_status(driverFile(root, fileName), error);
+    return status.type() != boost::filesystem::file_not_found;
 }
 
 }  // namespace
@@ -94,9 +91,39 @@ control::DriverInformation DriverDesk::describe(const std::string& fileName, boo
         if (entry.file == fileName) driver.devices.push_back({entry.id, entry.name});
     }
     driver.installedVersion = record.version;
+    driver.inPlace = isInPlace(root_, fileName);
     driver.versionInPlace = versionInPlace(root_, fileName);
     driver.appliedMd5 = record.appliedMd5;
     driver.previousMd5 = record.previousMd5;
+    return driver;
+}
+
+Result<std::optional<control::DriverInformation>> DriverDesk::find(const std::string& fileName) {
+    if (const Result<> named = checkDriverFileName(fileName); !named) {
+        return tl::unexpected(named.error());
+    }
+    std::set<std::string> agents;
+    project_.AddAgentFileNames(agents);
+    if (project_.deviceIds(fileName).empty() && !isInPlace(root_, fileName)) return std::nullopt;
+    const Result<std::optional<DriverRecord>> record = ledger_.find(fileName);
+    if (!record) return tl::unexpected(record.error());
+    return describe(fileName, agents.count(fileName) != 0, record->value_or(DriverRecord()));
+}
+
+Result<control::PlacedDriver> DriverDesk::place(const std::string& fileName,
+                                                const std::string& path) {
+    if (!boost::filesystem::path(path).is_absolute()) {
+        return failure("\"{}\" is no absolute path", path);
+    }
+    const Result<PlacedFile> placed = placeDriver(path, fileName, root_, project_);
+    if (!placed) return tl::unexpected(placed.error());
+    log::info(fmt::format("driver {} of version {} was put in place from {}", fileName,
+                          placed->driver.version, path));
+    control::PlacedDriver driver;
+    driver.file = fileName;
+    driver.version = placed->driver.version;
+    driver.library = placed->driver.library;
+    driver.added = placed->added;
     return driver;
 }
 

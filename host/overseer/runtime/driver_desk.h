@@ -2,6 +2,7 @@
 
 #include <nv/result.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ class DriverDesk {
 
     /// Every driver file of the project, in ascending order.
     Result<std::vector<control::DriverInformation>> list();
+    /// The driver file of that name; nothing when it is neither in the project nor in its folder.
+    Result<std::optional<control::DriverInformation>> find(const std::string& fileName);
+    /// Puts a file of this machine in place under that name, for a later `update`.
+    Result<control::PlacedDriver> place(const std::string& fileName, const std::string& path);
     /// Puts a kept package back and applies it.
     Result<control::RestoredDriver> restore(const std::string& fileName);
 
