@@ -12,9 +12,10 @@ namespace overseer::ctl {
 namespace {
 
 constexpr const char* kExitCodes =
-    "Exit codes: 0 done; 1 it failed, the reason is on standard error; 2 the run ended and some of "
-    "it failed;\n3 no host runs on that root; 4 no run was started; 64 the command line was not "
-    "understood;\n130 interrupted.";
+    "Exit codes: 0 done; 1 it failed, the reason is on standard error; 2 some of the files "
+    "failed;\n"
+    "3 a file may not replace the installed one; 4 no run was started; 5 no host runs on that "
+    "root;\n64 the command line was not understood; 130 interrupted.";
 
 using Action = std::function<int(Session&)>;
 
@@ -30,6 +31,8 @@ struct Options {
     std::string state;
     std::uint64_t id = 0;
     std::uint64_t from = 0;
+    EvaluateOptions evaluate;
+    InstallOptions install;
     EventOptions events;
     HistoryOptions history;
     Action action;
@@ -58,7 +61,7 @@ void addAgentCommands(CLI::App& app, Options& options) {
         "one.",
         "  overseerctl command GET_STATE\n"
         "  overseerctl command SET_STATE auto_update_enabled=false\n"
-        "  overseerctl command EVALUATE_DRIVER drivers=@offers.xml    a value out of a file",
+        "  overseerctl command UPDATE_DRIVERS driver_files=@list.xml    a value out of a file",
         [&options](Session& session) {
             return runAgentCommand(session, options.name, options.words);
         });
@@ -86,7 +89,49 @@ void addAgentCommands(CLI::App& app, Options& options) {
             "  overseerctl settings --json", showSettings);
 }
 
+/// What the parser cannot tell by itself.
+int evaluateIfClear(Session& session, const Options& options) {
+    const bool oneName = options.evaluate.name.empty() || options.words.size() == 1;
+    if (oneName && !(options.evaluate.xml && session.json)) {
+        return evaluateDrivers(session, options.words, options.evaluate);
+    }
+    session.console.err << "overseerctl: "
+                        << (oneName ? "--xml and --json exclude each other"
+                                    : "--as goes with one FILE only")
+                        << std::endl;
+    return kUsage;
+}
+
+void addDriverFileCommands(CLI::App& app, Options& options) {
+    CLI::App* evaluate = command(
+        app, options, "evaluate",
+        "Ask whether driver files at hand may replace the installed ones, and at what price.",
+        "  overseerctl evaluate new/dimmer.nvz new/thermostat.nvi\n"
+        "  overseerctl evaluate download.tmp --as dimmer.nvz",
+        [&options](Session& session) { return evaluateIfClear(session, options); });
+    evaluate->add_option("FILE", options.words, "Packages (.nvz) and bare drivers (.nvi)")
+        ->required();
+    evaluate->add_option("--as", options.evaluate.name,
+                         "The installed driver's file name, where FILE is called otherwise");
+    evaluate->add_flag("--xml", options.evaluate.xml, "The answer as the agent gives it");
+
+    CLI::App* install = command(
+        app, options, "install",
+        "Bring driver files into the running controller; asks before it goes back to an older one.",
+        "  overseerctl install new/*.nv?\n"
+        "  overseerctl install old/dimmer.nvz --yes",
+        [&options](Session& session) {
+            return installDrivers(session, options.words, options.install);
+        });
+    install->add_option("FILE", options.words, "Packages (.nvz) and bare drivers (.nvi)")
+        ->required();
+    install->add_flag("--yes", options.install.yes, "Overwrite without asking");
+    install->add_flag("--restart", options.install.restart,
+                      "Restart the host afterwards, where one of the files needs that");
+}
+
 void addDriverCommands(CLI::App& app, Options& options) {
+    addDriverFileCommands(app, options);
     CLI::App* exclude =
         command(app, options, "exclude", "Change or show the list of files that are never updated.",
                 "  overseerctl exclude add \"Türklingel Plus.nvz\"\n"

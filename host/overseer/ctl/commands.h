@@ -29,6 +29,22 @@ int runUpdate(Session& session, bool forced);
 // restore.cpp
 int restoreDriver(Session& session, const std::string& file, bool exclude);
 
+// evaluate.cpp
+struct EvaluateOptions {
+    std::string name;  ///< of the installed driver, where it is not the file's own
+    bool xml = false;  ///< the agent's answer as it is
+};
+int evaluateDrivers(Session& session, const std::vector<std::string>& files,
+                    const EvaluateOptions& options);
+
+// install.cpp
+struct InstallOptions {
+    bool yes = false;      ///< overwrites without asking
+    bool restart = false;  ///< restarts the host where a driver needs it
+};
+int installDrivers(Session& session, const std::vector<std::string>& files,
+                   const InstallOptions& options);
+
 // events.cpp
 struct EventOptions {
     bool follow = false;
