@@ -178,7 +178,7 @@ std::vector<DemoDriver> picturesAndSound() {
          kNotOffered,
          {{"media_player", "Player"}},
          {{"has_discrete_power", "true"}},
-         false,
+         true,
          "{\"minimumOSVersion\": \"99.0.0\"}\n"},
         {"legacy_infrared_blaster.nvi",
          "Infrared Blaster",
