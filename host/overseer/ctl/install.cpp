@@ -4,6 +4,7 @@
 #include <optional>
 #include <ostream>
 #include <set>
+#include <sstream>
 
 #include "control/http_message.h"
 #include "ctl/commands.h"
@@ -189,7 +190,7 @@ Answered<> install(Session& session, const std::string& agent, Item& item) {
     auto done = place(session, item);
     if (done) done = apply(session, agent, item);
     if (done || !isOfOneFile(done.error())) return done;
-    item.outcome = done.error().message;
+    item.outcome = withoutSubject(done.error().message, item.offer);
     return {};
 }
 

@@ -96,12 +96,12 @@ Offer readOffer(const std::string& file, const std::string& name) {
     std::error_code error;
     offer.path = fs::canonical(file, error).string();
     if (error) {
-        offer.problem = fmt::format("{}: {}", file, error.message());
+        offer.problem = error.message();
         return offer;
     }
     Result<std::string> manifest = readManifest(offer);
     if (!manifest) {
-        offer.problem = manifest.error().message;
+        offer.problem = withoutSubject(manifest.error().message, offer);
         return offer;
     }
     offer.manifest = std::move(*manifest);
@@ -127,6 +127,15 @@ Answered<> evaluateOffers(Session& session, const std::vector<Offer>& offers, An
         batch->add(offer);
     }
     return batch->count() == 0 ? Answered<>() : send(session, *agent, *batch, answers);
+}
+
+std::string withoutSubject(std::string message, const Offer& offer) {
+    for (const std::string& subject : {offer.path, offer.name}) {
+        if (subject.empty() || message.rfind(subject, 0) != 0) continue;
+        message.erase(0, message.find_first_not_of(": ", subject.size()));
+        break;
+    }
+    return message;
 }
 
 Verdict toVerdict(pugi::xml_node driver) {

@@ -22,6 +22,9 @@ struct Offer {
 /// @param name  of the installed driver; empty for the file's own name
 Offer readOffer(const std::string& file, const std::string& name);
 
+/// A message that begins with the offer's file, for a place where that stands before it anyway.
+std::string withoutSubject(std::string message, const Offer& offer);
+
 /// What the agent says to an offer.
 struct Verdict {
     bool mayReplace = false;

@@ -38,7 +38,7 @@ Result<std::string> readManifestText(const boost::filesystem::path& file, const 
     }
     std::string text;
     if (FileX::Load(file.string(), text) >= 0) return text;
-    return failure("{} is not a readable file of at most 16 MB", file.string());
+    return failure("{}: not a readable file of at most 16 MB", file.string());
 }
 
 }  // namespace overseer
