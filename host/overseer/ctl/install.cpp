@@ -22,6 +22,7 @@ constexpr const char* kUpdateCommand = "UPDATE_DRIVERS";
 /// A file on its way.
 struct Item {
     Offer offer;
+    int version = 0;
     bool inPlace = false;   ///< a driver of that name is there already
     bool restarts = false;  ///< the host must restart before the driver works as it should
     bool installed = false;
@@ -163,7 +164,7 @@ Answered<> place(Session& session, Item& item) {
                                            Json{{"path", item.offer.path}}.dump());
     if (!reply) return tl::unexpected(reply.error());
     const Json placed = Json::parse(reply->body, nullptr, false);
-    item.offer.version = placed.value("version", 0);
+    item.version = placed.value("version", 0);
     // The plug-in of an agent is loaded when the host starts.
     item.restarts = item.restarts || !textOf(placed, "library").empty();
     return {};
@@ -197,7 +198,7 @@ Answered<> install(Session& session, const std::string& agent, Item& item) {
 void print(const Session& session, const Item& item) {
     const std::string name = printable(item.offer.name);
     if (item.installed) {
-        session.console.out << fmt::format("{}: installed, version {}{}", name, item.offer.version,
+        session.console.out << fmt::format("{}: installed, version {}{}", name, item.version,
                                            item.restarts ? "; the host must restart" : "")
                             << std::endl;
     } else {

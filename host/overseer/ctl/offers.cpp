@@ -1,7 +1,8 @@
 #include "ctl/offers.h"
 
-#include <fmt/format.h>
+#include <cstring>
 #include <filesystem>
+#include <memory>
 #include <sstream>
 
 #include "ctl/manifest_text.h"
@@ -53,8 +54,8 @@ class Batch {
     static std::size_t sizeOf(const Offer& offer) {
         std::size_t size = offer.manifest.size() + 2 * offer.name.size() + 200;
         for (const char byte : offer.manifest) {
-            const bool escaped =
-                byte == '<' || byte == '>' || byte == '&' || (byte >= 0 && byte < ' ');
+            const bool isControl = byte >= 0 && byte < ' ' && !std::strchr("\t\r\n", byte);
+            const bool escaped = byte == '<' || byte == '>' || byte == '&' || isControl;
             size += escaped ? 4 : 0;
         }
         return size;
@@ -105,9 +106,6 @@ Offer readOffer(const std::string& file, const std::string& name) {
         return offer;
     }
     offer.manifest = std::move(*manifest);
-    if (const Result<Manifest> parsed = parseManifest(offer.manifest, offer.name)) {
-        offer.version = parsed->version;
-    }
     if (Batch::sizeOf(offer) > kLargestDocument) offer.problem = "its manifest is too large";
     return offer;
 }

@@ -14,7 +14,6 @@ struct Offer {
     std::string name;      ///< of the installed driver
     std::string path;      ///< absolute, no link
     std::string manifest;  ///< as UTF-8
-    int version = 0;       ///< that the manifest states, 0 where it cannot be read
     std::string problem;   ///< why it cannot be offered at all; empty when it can
 };
 
