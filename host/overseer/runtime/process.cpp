@@ -48,6 +48,7 @@ SignalWaiter::SignalWaiter(std::function<void(int signal)> stop)
 
 SignalWaiter::~SignalWaiter() {
     done_ = true;
+    // Blocked there, so it ends the wait and nothing else. NOLINTNEXTLINE(bugprone-bad-signal*)
     pthread_kill(thread_.native_handle(), SIGTERM);
     thread_.join();
 }
