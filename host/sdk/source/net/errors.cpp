@@ -40,13 +40,13 @@ const char* textOf(Error error) {
     return "Unknown network error";
 }
 
-class NetworkCategory : public boost::system::error_category {
+class NetworkCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "network"; }
     std::string message(int value) const override { return textOf(static_cast<Error>(value)); }
 };
 
-class TransferCategory : public boost::system::error_category {
+class TransferCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "transfer"; }
     std::string message(int value) const override { return curlText(value); }
