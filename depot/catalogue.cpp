@@ -46,6 +46,18 @@ std::string printable(const std::string& filename) {
     return text;
 }
 
+/// The document of a package and its sidecar.
+Result<Document> readDocument(const std::string& path, const std::string& filename) {
+    if (!isUtf8(filename)) return failure("its name is not UTF-8");
+    if (hasControlCharacter(filename)) return failure("its name holds a control character");
+    auto document = readPackage(path, filename);
+    if (!document) return document;
+    const std::string suffix(kSidecarSuffix);
+    if (auto read = readSidecarFile(path + suffix, *document); !read)
+        return failure("its sidecar " + filename + suffix, read.error());
+    return document;
+}
+
 }  // namespace
 
 Catalogue::Catalogue(std::string folder, Report report, std::chrono::milliseconds interval)
@@ -126,24 +138,17 @@ Catalogue::Known Catalogue::readEntry(const std::string& filename, const Stamps&
     const auto now = std::chrono::system_clock::now();
     Known known{stamps, !isRecent(stamps.package, now), nullptr};
     if (stamps.sidecar && isRecent(*stamps.sidecar, now)) known.settled = false;
-    const auto leaveOut = [&](const std::string& reason) {
-        if (changed) report_("left out: " + printable(filename) + ": " + reason);
-        return known;
-    };
-    if (!isUtf8(filename)) return leaveOut("its name is not UTF-8");
-    if (hasControlCharacter(filename)) return leaveOut("its name holds a control character");
-    auto document = readPackage(pathOf(filename), filename);
+    auto document = readDocument(pathOf(filename), filename);
     if (stampsNow(filename) != stamps) {
         // Written while it was read: whatever was found is not to be believed, nor worth a line.
         known.stamps = {};
         known.settled = false;
         return known;
     }
-    if (!document) return leaveOut(document.error().message);
-    if (auto read = readSidecarFile(pathOf(filename) + std::string(kSidecarSuffix), *document);
-        !read)
-        return leaveOut("its sidecar " + printable(filename) + std::string(kSidecarSuffix) + ": " +
-                        read.error().message);
+    if (!document) {
+        if (changed) report_("left out: " + printable(filename) + ": " + document.error().message);
+        return known;
+    }
     known.entry =
         std::make_shared<CatalogueEntry>(CatalogueEntry{std::move(*document), stamps.package});
     return known;

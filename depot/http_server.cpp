@@ -142,14 +142,14 @@ class Session {
             case Connection::HeadResult::kClosed:
                 return false;
             case Connection::HeadResult::kLineTooLong:
-                return refuse(connection, htmlError(414, "URI Too Long"));
+                return refuse(connection, 414, "URI Too Long");
             case Connection::HeadResult::kTooLarge:
-                return refuse(connection, htmlError(431, "Request Header Fields Too Large"));
+                return refuse(connection, 431, "Request Header Fields Too Large");
             case Connection::HeadResult::kComplete:
                 break;
         }
         const auto head = parseRequestHead(text);
-        if (!head) return refuse(connection, htmlError(400, "Bad Request"));
+        if (!head) return refuse(connection, 400, "Bad Request");
         const bool last = close || head->announcesBody();
         if (messages_.answer(connection, *head, last)) return true;
         if (head->announcesBody()) connection.finish();
@@ -157,11 +157,12 @@ class Session {
     }
 
     /// Answers what is no request that could be handed on; the connection ends with it.
-    static bool refuse(Connection& connection, const Answer& answer) {
-        const std::string text =
-            "HTTP/1.1 " + std::to_string(answer.status) +
-            " Refused\r\nConnection: close\r\nContent-Type: " + answer.contentType +
-            "\r\nContent-Length: " + std::to_string(answer.body.size()) + "\r\n\r\n" + answer.body;
+    static bool refuse(Connection& connection, int status, const std::string& reason) {
+        const Answer answer = htmlError(status, reason);
+        const std::string text = "HTTP/1.1 " + std::to_string(status) + " " + reason +
+                                 "\r\nConnection: close\r\nContent-Type: " + answer.contentType +
+                                 "\r\nContent-Length: " + std::to_string(answer.body.size()) +
+                                 "\r\n\r\n" + answer.body;
         connection.write(text.data(), text.size());
         connection.finish();
         return false;

@@ -1,4 +1,4 @@
-// Recursive descent over the tokens. Clauses combine as in the original grammar: an operator
+// Recursive descent over the tokens. Clauses combine as in the classic Lucene grammar: an operator
 // belongs to the clause that it stands before, and AND reaches back to the one before it.
 #include "depot/query_parser.h"
 

@@ -34,7 +34,7 @@ bool isBlank(std::string_view text) {
     return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-/// Reads a row count as the original does, sign and all.
+/// Reads a row count as Solr does, sign and all.
 QueryResult<std::size_t> readCount(const Parameters& parameters, const std::string& name,
                                    std::size_t fallback) {
     const std::string* text = firstValue(parameters, name);

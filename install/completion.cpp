@@ -66,12 +66,11 @@ std::string driverupdate::GetMD5Checksum(const std::string& path) {
     return checksum;
 }
 
-void norvane_agent_driverupdate::onDone(nv::Curl::Transfer::Ptr, const nv::Curl::Code& code,
-                                        std::string& filename, std::string& tempFolder,
-                                        const std::string& md5sum,
-                                        boost::shared_ptr<std::ofstream>& out,
-                                        std::uint64_t startMilliseconds,
-                                        const add_agent_data_tuple_type& agentData) {
+void norvane_agent_driverupdate::onDone(
+    nv::Curl::Transfer::Ptr,  // NOLINT(performance-unnecessary-value-param)
+    const nv::Curl::Code& code, std::string& filename, std::string& tempFolder,
+    const std::string& md5sum, boost::shared_ptr<std::ofstream>& out,
+    std::uint64_t startMilliseconds, const add_agent_data_tuple_type& agentData) {
     DRIVERUPDATE_DEBUG(
         "agent_driverupdate: Finished downloading file: {}, Curl Code: {}, tempPath: {}", filename,
         code.toString(), tempFolder);

@@ -50,6 +50,7 @@ Result<Host::End> run(const Invocation& invocation, const ControllerRoot& root) 
     setenv("TMPDIR", root.temporary().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
     const nv::hosting::EnvironmentScope environment(
         hostEnvironment(invocation.configuration, root));
+    nv::Logger::initialize();
     warnOfFewDescriptors(descriptors);
     if (Result<> cleaned = removeLeftovers(root); !cleaned) {
         return tl::unexpected(cleaned.error());

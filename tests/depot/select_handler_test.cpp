@@ -96,7 +96,7 @@ TEST(SelectHandlerTest, WritesEmptyAndUnindentedAnswersAndErrorsByteForByte) {
               "  <int name=\"code\">400</int>\n</lst>\n</response>\n");
 }
 
-TEST(SelectHandlerTest, ParametersAnswerAsTheOriginalDoes) {
+TEST(SelectHandlerTest, ParametersAnswerAsSolrDoes) {
     const std::vector<std::pair<std::string, std::string>> table{
         {"", "numFound=\"0\""},
         {"fq=filename:*", "numFound=\"0\""},

@@ -46,7 +46,7 @@ void declareSettings(CLI::App& app, Configuration& to) {
     app.add_option("--transfers", to.transfers, "transfers at once for each server")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
-    app.add_option("--proxy", to.proxy, "HTTP proxy, [USER:PASSWORD@]HOST:PORT");
+    app.add_option("--proxy", to.proxy, "HTTP proxy, [http://][USER:PASSWORD@]HOST:PORT");
     app.add_option("--low-speed-rate", to.lowSpeedRate,
                    "bytes per second under which a download counts as stalled")
         ->check(CLI::Range(0, 1 << 30))
@@ -135,6 +135,9 @@ Result<> check(Configuration& configuration) {
         }
     }
     if (!configuration.proxy.empty()) {
+        constexpr std::string_view kScheme = "http://";
+        if (configuration.proxy.rfind(kScheme, 0) == 0)
+            configuration.proxy.erase(0, kScheme.size());
         const std::size_t at = configuration.proxy.rfind('@');
         if (Result<HostAndPort> peer = readHostAndPort(
                 at == std::string::npos ? configuration.proxy : configuration.proxy.substr(at + 1));

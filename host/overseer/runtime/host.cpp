@@ -23,7 +23,11 @@
 #include "runtime/overseer_interface.h"
 #include "runtime/surroundings.h"
 #include "runtime/update_runs.h"
+#include "services/agent_settings.h"
 #include "services/log_setup.h"
+#include "services/run_journal.h"
+#include "services/scheduler.h"
+#include "services/variables.h"
 
 namespace overseer {
 
@@ -60,7 +64,7 @@ struct Host::Services {
     void end(End how);
 
     const Configuration configuration;
-    const ControllerRoot root;
+    ControllerRoot root;
     std::unique_ptr<HostState> state;
     boost::asio::io_context loop{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{

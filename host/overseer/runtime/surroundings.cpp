@@ -23,6 +23,8 @@ nv::hosting::Environment hostEnvironment(const Configuration& configuration,
         environment.minorVersion = version->minorPart;
         environment.buildNumber = version->build;
     }
+    // The host has set its log up before anything else; an agent that asks has nothing left to do.
+    environment.initializeLogging = [] {};
     environment.commandLog = root.commandLog();
     environment.temporaryFolder = root.temporary();
     environment.commandTimeLimit = std::chrono::seconds(configuration.commandTimeLimit);

@@ -36,7 +36,7 @@ Result<> Scheduler::start() {
     lastWall_ = surroundings_.clock->wallTime();
     lastSteady_ = surroundings_.clock->steadyTime();
     running_ = true;
-    planAll();
+    planAll(true);
     arm();
     return {};
 }
@@ -143,8 +143,10 @@ std::vector<ScheduleListing> Scheduler::list(bool withHidden) const {
     return listing;
 }
 
-void Scheduler::planAll() {
-    for (auto& [id, entry] : entries_) plan(entry, surroundings_.clock->wallTime().tv_sec);
+void Scheduler::planAll(bool dueOnesToo) {
+    const std::time_t now = surroundings_.clock->wallTime().tv_sec;
+    for (auto& [id, entry] : entries_)
+        if (dueOnesToo || !entry.next || entry.next->instant > now) plan(entry, now);
 }
 
 void Scheduler::plan(Entry& entry, std::time_t after) {

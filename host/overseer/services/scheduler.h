@@ -112,7 +112,7 @@ class Scheduler : public nv::scheduler::IScheduler {
 
     void step();
     void followClock();
-    void planAll();
+    void planAll(bool dueOnesToo);
     void plan(Entry& entry, std::time_t after);
     void collectDue();
     void enqueue(const Entry& entry, const local_time::Occurrence& occurrence);

@@ -1,0 +1,205 @@
+#include "ctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <ostream>
+
+#include "ctl/commands.h"
+#include "ctl/exit_codes.h"
+
+// The command line: what there is, what it means, an example of each.
+namespace overseer::ctl {
+namespace {
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 done; 1 it failed, the reason is on standard error; 2 the run ended and some of "
+    "it failed;\n3 no host runs on that root; 4 no run was started; 64 the command line was not "
+    "understood;\n130 interrupted.";
+
+using Action = std::function<int(Session&)>;
+
+/// What the parser fills; outlives the parsing.
+struct Options {
+    std::string root;
+    std::string agent;
+    bool json = false;
+    std::string name;
+    std::vector<std::string> words;
+    bool forced = false;
+    bool exclude = false;
+    std::string state;
+    std::uint64_t id = 0;
+    std::uint64_t from = 0;
+    EventOptions events;
+    HistoryOptions history;
+    Action action;
+};
+
+CLI::App* command(CLI::App& parent, Options& options, const std::string& name,
+                  const std::string& description, const std::string& examples, Action action) {
+    CLI::App* added = parent.add_subcommand(name, description);
+    added->footer("Examples:\n" + examples);
+    added->fallthrough();
+    if (action) {
+        added->callback([&options, action = std::move(action)] {
+            // A command inside another one is called before the outer one, and it is the one meant.
+            if (!options.action) {
+                options.action = action;
+            }
+        });
+    }
+    return added;
+}
+
+void addAgentCommands(CLI::App& app, Options& options) {
+    CLI::App* send = command(
+        app, options, "command",
+        "Send a command to an agent and print its answer: XML, or nothing for a command without "
+        "one.",
+        "  overseerctl command GET_STATE\n"
+        "  overseerctl command SET_STATE auto_update_enabled=false\n"
+        "  overseerctl command EVALUATE_DRIVER drivers=@offers.xml    a value out of a file",
+        [&options](Session& session) {
+            return runAgentCommand(session, options.name, options.words);
+        });
+    send->add_option("NAME", options.name, "The command's name")->required();
+    send->add_option("PARAMETER", options.words, "param=value, or param=@file");
+
+    CLI::App* update = command(
+        app, options, "update", "Start a run, wait for its end and print what came of each file.",
+        "  overseerctl update\n"
+        "  overseerctl update --forced    also when automatic updating is off",
+        [&options](Session& session) { return runUpdate(session, options.forced); });
+    update->add_flag("--forced", options.forced,
+                     "As the forced daily event: only what the catalogue forces, even when "
+                     "automatic updating is off");
+
+    CLI::App* state = command(
+        app, options, "auto-update", "Switch the daily automatic updating on or off.",
+        "  overseerctl auto-update off",
+        [&options](Session& session) { return switchAutoUpdate(session, options.state == "on"); });
+    state->add_option("STATE", options.state, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+
+    command(app, options, "settings", "Show what an agent persists, the exclusion list included.",
+            "  overseerctl settings --json", showSettings);
+}
+
+void addDriverCommands(CLI::App& app, Options& options) {
+    CLI::App* exclude =
+        command(app, options, "exclude", "Change or show the list of files that are never updated.",
+                "  overseerctl exclude add \"Türklingel Plus.nvz\"\n"
+                "  overseerctl exclude list",
+                nullptr);
+    exclude->require_subcommand(1);
+    const auto change = [&options](ExclusionChange kind) {
+        return [&options, kind](Session& session) {
+            return changeExclusion(session, kind, options.words);
+        };
+    };
+    for (const auto& [name, text, kind] :
+         {std::tuple{"add", "Put files on the list.", ExclusionChange::kAdd},
+          std::tuple{"remove", "Take files off the list.", ExclusionChange::kRemove}}) {
+        command(*exclude, options, name, text,
+                std::string("  overseerctl exclude ") + name + " dimmer.nvz thermostat.nvi",
+                change(kind))
+            ->add_option("FILE", options.words, "Driver file names, letter for letter")
+            ->required();
+    }
+    command(*exclude, options, "list", "Print the list, a file to a line.",
+            "  overseerctl exclude list --json", listExclusion);
+
+    CLI::App* restore = command(
+        app, options, "restore",
+        "Put the earlier package of a driver file back in place and apply it.",
+        "  overseerctl restore dimmer.nvz --exclude    and keep runs from updating it again",
+        [&options](Session& session) {
+            return restoreDriver(session, options.name, options.exclude);
+        });
+    restore->add_option("NAME", options.name, "The driver's file name")->required();
+    restore->add_flag("--exclude", options.exclude, "Exclude the file from updates afterwards");
+
+    command(app, options, "drivers", "List the driver files with their versions and devices.",
+            "  overseerctl drivers --json", showDrivers);
+}
+
+void addListings(CLI::App& app, Options& options) {
+    CLI::App* events = command(
+        app, options, "events", "Print what the host told its user interfaces.",
+        "  overseerctl events                 what is kept\n"
+        "  overseerctl events --follow        what comes from now on, over restarts of the host\n"
+        "  overseerctl events --follow --from 120 --json",
+        [&options](Session& session) { return showEvents(session, options.events); });
+    events->add_flag("--follow", options.events.follow, "Go on until interrupted");
+    events->add_option_function<std::uint64_t>(
+        "--from", [&options](const std::uint64_t& number) { options.events.from = number; },
+        "Begin with this number");
+
+    CLI::App* history =
+        command(app, options, "history", "List the history, the newest at the end.",
+                "  overseerctl history --limit 20\n"
+                "  overseerctl history --since \"2026-01-31 03:00:00\"",
+                [&options](Session& session) { return showHistory(session, options.history); });
+    history->add_option("--limit", options.history.limit, "The newest so many records (1000)")
+        ->check(CLI::Range(std::uint64_t(0), std::uint64_t(100'000)));
+    history->add_option("--since", options.history.since,
+                        "Records from this local date, or date and time, on");
+
+    command(app, options, "variables", "List the variables that agents and devices registered.",
+            "  overseerctl variables", showVariables);
+
+    CLI::App* schedule =
+        command(app, options, "schedule", "List the scheduled events.",
+                "  overseerctl schedule\n  overseerctl schedule fire 3", showSchedule);
+    command(*schedule, options, "fire", "Deliver an event now, whatever its time.",
+            "  overseerctl schedule fire 3",
+            [&options](Session& session) { return fireEvent(session, options.id); })
+        ->add_option("ID", options.id, "The event's id, as `schedule` lists it")
+        ->required();
+
+    command(app, options, "status",
+            "Show the host and, per agent, the last run, the next ones and the catalogue.",
+            "  overseerctl status", showStatus);
+}
+
+void declare(CLI::App& app, Options& options) {
+    app.add_option("--root", options.root, "The controller root whose host to talk to")
+        ->envname("OVERSEER_ROOT")
+        ->required();
+    app.add_option("--agent", options.agent, "The agent meant, where several would do");
+    app.add_flag("--json", options.json, "Listings as JSON, for programs");
+    app.require_subcommand(1);
+    app.footer(kExitCodes);
+    addAgentCommands(app, options);
+    addDriverCommands(app, options);
+    addListings(app, options);
+}
+
+}  // namespace
+
+int run(const std::vector<std::string>& arguments, Console& console,
+        const Interruption& interruption) {
+    CLI::App app("Talks to the overseer that runs on a controller root.", "overseerctl");
+    Options options;
+    declare(app, options);
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error, console.out, console.err) == 0 ? kSuccess : kUsage;
+    }
+    while (options.root.size() > 1 && options.root.back() == '/') {
+        options.root.pop_back();
+    }
+    Client client(options.root, interruption);
+    Session session{client, console, interruption, options.agent, options.json};
+    try {
+        return options.action(session);
+    } catch (const std::exception& error) {
+        return report(session, {Failure::Kind::kBroken,
+                                {},
+                                std::string("the host's answer cannot be read: ") + error.what()});
+    }
+}
+
+}  // namespace overseer::ctl

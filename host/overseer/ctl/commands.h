@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ctl/session.h"
+
+/// The commands of `overseerctl`. Each prints what it has to say and returns the exit code.
+namespace overseer::ctl {
+
+// agent_commands.cpp
+/// @param assignments  "param=value" or "param=@file" each
+int runAgentCommand(Session& session, const std::string& name,
+                    const std::vector<std::string>& assignments);
+int switchAutoUpdate(Session& session, bool enabled);
+int showSettings(Session& session);
+
+// exclusion.cpp
+enum class ExclusionChange { kAdd, kRemove };
+int changeExclusion(Session& session, ExclusionChange change,
+                    const std::vector<std::string>& files);
+int listExclusion(Session& session);
+
+// update.cpp
+int runUpdate(Session& session, bool forced);
+
+// restore.cpp
+int restoreDriver(Session& session, const std::string& file, bool exclude);
+
+// events.cpp
+struct EventOptions {
+    bool follow = false;
+    std::optional<std::uint64_t> from;
+};
+int showEvents(Session& session, const EventOptions& options);
+
+// listings.cpp
+struct HistoryOptions {
+    std::uint64_t limit = 1000;
+    std::string since;  ///< "YYYY-MM-DD" or "YYYY-MM-DD HH:MM:SS", local time; empty for all
+};
+int showHistory(Session& session, const HistoryOptions& options);
+int showVariables(Session& session);
+int showDrivers(Session& session);
+int showSchedule(Session& session);
+int fireEvent(Session& session, std::uint64_t id);
+
+// status.cpp
+int showStatus(Session& session);
+
+}  // namespace overseer::ctl

@@ -1,0 +1,222 @@
+// The one operation behind update, add, install, restore and start.
+
+#include "drivers/apply.h"
+
+#include <nv/file.h>
+#include <nvhost/children.h>
+#include <nvhost/replacement.h>
+
+#include <log4cplus/loggingmacros.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "drivers/file_names.h"
+#include "drivers/unpacked_copy.h"
+#include "root/descriptor.h"
+#include "root/placement.h"
+
+namespace overseer {
+namespace {
+
+using boost::filesystem::path;
+
+bool isSame(const DriverRecord& one, const DriverRecord& other) {
+    return one.version == other.version && one.appliedMd5 == other.appliedMd5 &&
+           one.previousMd5 == other.previousMd5 && one.checkedSize == other.checkedSize &&
+           one.checkedNanoseconds == other.checkedNanoseconds;
+}
+
+AppliedDriver describe(const Manifest& manifest, const std::string& fileName) {
+    AppliedDriver driver;
+    driver.version = manifest.version;
+    driver.agent = manifest.agent;
+    driver.name = manifest.name.empty() ? path(fileName).stem().string() : manifest.name;
+    return driver;
+}
+
+/// Version of the copy's manifest, nothing when it has none that can be read.
+std::optional<int> versionOfCopy(const path& folder) {
+    std::string text;
+    if (FileX::Load((folder / Package::kManifest).string(), text) < 0) return std::nullopt;
+    const Result<Manifest> manifest = parseManifest(text, folder.string());
+    if (!manifest) return std::nullopt;
+    return manifest->version;
+}
+
+}  // namespace
+
+/// What tells without reading it that a file is the one that was looked at before.
+struct DriverApplication::Stamp {
+    std::uint64_t size = 0;
+    std::int64_t nanoseconds = 0;
+
+    static Result<Stamp> of(const path& file) {
+        struct stat status {};
+        if (::lstat(file.c_str(), &status) != 0) {
+            return failure("{}: {}", file.string(), lastErrorText());
+        }
+        if (!S_ISREG(status.st_mode)) return failure("{} is no regular file", file.string());
+        constexpr std::int64_t kPerSecond = 1'000'000'000;
+        return Stamp{static_cast<std::uint64_t>(status.st_size),
+                     status.st_mtim.tv_sec * kPerSecond + status.st_mtim.tv_nsec};
+    }
+};
+
+DriverApplication::DriverApplication(const ControllerRoot& root, DriverLedger& ledger)
+    : root_(root), ledger_(ledger), kept_(root) {}
+
+Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occasion occasion) {
+    if (const Result<> named = checkDriverFileName(fileName); !named) {
+        return tl::unexpected<Error>(named.error());
+    }
+    Result<std::optional<DriverRecord>> found = ledger_.find(fileName);
+    DriverRecord record;
+    if (found && *found) record = **found;
+    record.fileName = fileName;
+
+    const Result<AppliedDriver> applied =
+        found ? attempt(fileName, occasion, record)
+              : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
+    if (applied) return applied;
+    withdrawChecksum(fileName);
+    if (record.appliedMd5.empty()) return inContext(fileName, applied.error());
+    return failure("{}: {}; `overseerctl restore {}` puts back a file that was good", fileName,
+                   applied.error().message, fileName);
+}
+
+Result<AppliedDriver> DriverApplication::attempt(const std::string& fileName, Occasion occasion,
+                                                 DriverRecord& record) {
+    const bool asked = occasion == Occasion::kUpdate || occasion == Occasion::kAdd;
+    if (asked && nv::hosting::takeReplacementFailure(fileName)) {
+        return failure("the file in place could not be replaced");
+    }
+    return isPackageName(fileName) ? applyPackage(fileName, occasion, record)
+                                   : applyBareDriver(fileName, occasion, record);
+}
+
+Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileName,
+                                                      Occasion occasion, DriverRecord& record) {
+    const path file = driverFile(root_, fileName);
+    const Result<Stamp> stamp = Stamp::of(file);
+    if (!stamp) return tl::unexpected<Error>(stamp.error());
+    const Result<Package> package = Package::open(file);
+    if (!package) return tl::unexpected<Error>(package.error());
+    const Result<std::string> text = package->manifestText();
+    if (!text) return tl::unexpected<Error>(text.error());
+    const Result<Manifest> manifest = parseManifest(*text, file.string());
+    if (!manifest) return tl::unexpected<Error>(manifest.error());
+
+    Result<> done = makeWhole(*package, *text, *manifest, fileName, occasion);
+    if (!done) return tl::unexpected<Error>(done.error());
+    const Result<std::string> md5 = checksum(file, *stamp, record, occasion);
+    if (!md5) return tl::unexpected<Error>(md5.error());
+    done = writeChecksum(fileName, *md5);
+    if (done) done = conclude(file, *stamp, *md5, manifest->version, record);
+    if (!done) return tl::unexpected<Error>(done.error());
+
+    AppliedDriver driver = describe(*manifest, fileName);
+    if (driver.agent && package->holdsFile(manifest->library)) {
+        driver.library = manifest->library;
+    }
+    return driver;
+}
+
+Result<AppliedDriver> DriverApplication::applyBareDriver(const std::string& fileName,
+                                                         Occasion occasion, DriverRecord& record) {
+    const path file = driverFile(root_, fileName);
+    const Result<Stamp> stamp = Stamp::of(file);
+    if (!stamp) return tl::unexpected<Error>(stamp.error());
+    std::string text;
+    if (FileX::Load(file.string(), text) < 0) {
+        return failure("{} is not a readable file of at most 16 MB", file.string());
+    }
+    const Result<Manifest> manifest = parseManifest(text, file.string());
+    if (!manifest) return tl::unexpected<Error>(manifest.error());
+    const Result<std::string> md5 = checksum(file, *stamp, record, occasion);
+    if (!md5) return tl::unexpected<Error>(md5.error());
+    if (const Result<> done = conclude(file, *stamp, *md5, manifest->version, record); !done) {
+        return tl::unexpected<Error>(done.error());
+    }
+    return describe(*manifest, fileName);
+}
+
+Result<> DriverApplication::makeWhole(const Package& package, const std::string& manifestText,
+                                      const Manifest& manifest, const std::string& fileName,
+                                      Occasion occasion) {
+    const path folder = unpackedFolder(root_, fileName);
+    const auto difference = differenceFrom(package, manifestText, folder,
+                                           checksumFile(root_, fileName).filename().string());
+    if (!difference) return {};
+    if (occasion == Occasion::kStart) {
+        const std::optional<int> version = versionOfCopy(folder);
+        if (version && *version > manifest.version) {
+            return failure(
+                "its unpacked copy is of version {}, the package of {}; the copy is kept", *version,
+                manifest.version);
+        }
+    }
+    if (nv::hosting::childrenStopped()) {
+        return failure("the host is stopping, and {}", *difference);
+    }
+    LOG4CPLUS_DEBUG(log4cplus::Logger::getRoot(),
+                    "drivers: unpacking " << fileName << ": " << *difference);
+    unflushed_ = true;
+    Result<> replaced = replaceCopy(package, folder);
+    if (!replaced) return inContext("it cannot be unpacked", replaced.error());
+    return {};
+}
+
+Result<std::string> DriverApplication::checksum(const path& file, const Stamp& stamp,
+                                                const DriverRecord& record,
+                                                Occasion occasion) const {
+    // Only a start, with thousands of files to look at, takes the word of size and time.
+    const bool known = occasion == Occasion::kStart && record.checkedNanoseconds != 0 &&
+                       record.checkedSize == stamp.size &&
+                       record.checkedNanoseconds == stamp.nanoseconds;
+    if (known) return record.appliedMd5;
+    return md5Of(file);
+}
+
+Result<> DriverApplication::writeChecksum(const std::string& fileName, const std::string& md5) {
+    const path file = checksumFile(root_, fileName);
+    std::string present;
+    if (FileX::Load(file.string(), present) >= 0 && present == md5) return {};
+    unflushed_ = true;
+    // Not flushed: a torn one matches no package, and is written again at the next start. Prepared
+    // beside the copy, so that a start finds what a crash left without a look into every copy.
+    return writeInPlace(file, md5, Flush::kNever, root_.packagedDrivers());
+}
+
+Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const std::string& md5,
+                                     int version, DriverRecord& record) {
+    const DriverRecord before = record;
+    DriverRecord after = record;
+    after.version = version;
+    const Result<> kept = kept_.keep(file, md5, after);
+    if (!kept) {
+        LOG4CPLUS_WARN(log4cplus::Logger::getRoot(),
+                       "drivers: " << after.fileName
+                                   << " cannot be kept for restoring: " << kept.error().message);
+    }
+    after.checkedSize = kept ? stamp.size : 0;
+    after.checkedNanoseconds = kept ? stamp.nanoseconds : 0;
+    if (isSame(before, after)) return {};
+    unflushed_ = true;
+    return ledger_.store(after);
+}
+
+void DriverApplication::withdrawChecksum(const std::string& fileName) const {
+    if (isPackageName(fileName)) ::unlink(checksumFile(root_, fileName).c_str());
+}
+
+Result<> DriverApplication::flushFolders() {
+    if (!unflushed_) return {};
+    // One call for a file system flushes what was unpacked too, the driver folders may be others.
+    for (const path& folder : {root_.state(), root_.packagedDrivers(), root_.plainDrivers()}) {
+        if (Result<> flushed = flushFileSystem(folder); !flushed) return flushed;
+    }
+    unflushed_ = false;
+    return {};
+}
+
+}  // namespace overseer

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/result.h"
+#include "drivers/package_members.h"
+
+struct zip;
+
+namespace overseer {
+
+/// A driver package, open for reading, whose members were found fit to be unpacked: names and links
+/// that stay inside (see checkMembers), no encryption, nothing but files, folders and links, at
+/// most 65,536 members and 1 GB in all. The content itself is checked only as it is read.
+class Package {
+  public:
+    static constexpr const char* kManifest = "driver.xml";
+
+    /// Opens a regular file, never through a link.
+    static Result<Package> open(const boost::filesystem::path& file);
+
+    const std::vector<PackageMember>& members() const { return members_; }
+    bool holdsFile(const std::string& name) const;
+    /// The manifest's text, at most 16 MB.
+    Result<std::string> manifestText() const;
+    /// Unpacks into an existing empty folder. Fails where a member's content does not match its
+    /// checksum or its size; what was unpacked until then stays for the caller to remove.
+    Result<> unpackTo(const boost::filesystem::path& folder) const;
+
+  private:
+    struct Discard {
+        void operator()(zip* archive) const;
+    };
+    using Archive = std::unique_ptr<zip, Discard>;
+
+    Package(boost::filesystem::path file, Archive archive, std::vector<PackageMember> members);
+    static Result<Archive> openArchive(const boost::filesystem::path& file);
+    static Result<std::vector<PackageMember>> readMembers(zip* archive);
+    static Result<PackageMember> readMember(zip* archive, std::uint64_t index);
+    Result<> unpackFile(const PackageMember& member, const boost::filesystem::path& target) const;
+
+    boost::filesystem::path file_;
+    Archive archive_;
+    std::vector<PackageMember> members_;
+};
+
+}  // namespace overseer

@@ -1,0 +1,118 @@
+// The unpacked copy of a package: whether it is whole, and how it is made anew.
+
+#include "drivers/unpacked_copy.h"
+
+#include <nv/file.h>
+#include <nvhost/replacement.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <map>
+
+#include "root/descriptor.h"
+
+namespace overseer {
+namespace fs = boost::filesystem;
+
+namespace {
+
+using Kind = PackageMember::Kind;
+using Difference = std::optional<std::string>;
+
+/// What unzip prints goes there when a driver looks into its package.
+constexpr const char* kUnzipOutput = "unzip.out";
+
+bool isSame(const PackageMember& member, const struct stat& status) {
+    switch (member.kind) {
+        case Kind::kFile:
+            return S_ISREG(status.st_mode) &&
+                   static_cast<std::uint64_t>(status.st_size) == member.size;
+        case Kind::kFolder:
+            return S_ISDIR(status.st_mode);
+        case Kind::kLink:
+            return S_ISLNK(status.st_mode);
+    }
+    return false;
+}
+
+/// Links first: from then on no path below `folder` leads out of it.
+Difference strangeLink(const Package& package, const fs::path& folder) {
+    std::map<fs::path, std::string> known;
+    for (const PackageMember& member : package.members()) {
+        if (member.kind == Kind::kLink) known[folder / member.name] = member.linkTarget;
+    }
+    boost::system::error_code error;
+    fs::recursive_directory_iterator entry(folder, error);
+    for (const fs::recursive_directory_iterator end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->symlink_status(error).type() != fs::symlink_file) continue;
+        const auto expected = known.find(entry->path());
+        if (expected != known.end() && fs::read_symlink(entry->path(), error) == expected->second) {
+            continue;
+        }
+        return entry->path().string() + " is a link that is not the package's";
+    }
+    if (error) return folder.string() + " cannot be read: " + error.message();
+    return std::nullopt;
+}
+
+Result<> swapIn(const fs::path& staging, const fs::path& folder) {
+    if (::renameat2(AT_FDCWD, staging.c_str(), AT_FDCWD, folder.c_str(), RENAME_EXCHANGE) == 0) {
+        return {};
+    }
+    const bool absent = errno == ENOENT;
+    // Nothing there yet, or a file system that cannot exchange: then there is an instant without a
+    // copy, which the next start repairs.
+    const fs::path aside = folder.parent_path() / nv::hosting::siblingName();
+    if (!absent && ::rename(folder.c_str(), aside.c_str()) != 0) {
+        return failure("{}: {}", folder.string(), lastErrorText());
+    }
+    if (::rename(staging.c_str(), folder.c_str()) == 0) {
+        boost::system::error_code ignored;
+        fs::remove_all(aside, ignored);
+        return {};
+    }
+    const std::string reason = lastErrorText();
+    ::rename(aside.c_str(), folder.c_str());
+    return failure("{}: {}", folder.string(), reason);
+}
+
+}  // namespace
+
+Difference differenceFrom(const Package& package, const std::string& manifestText,
+                          const fs::path& folder, const std::string& hostFile) {
+    struct stat status {};
+    if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        return folder.string() + " is no folder";
+    }
+    if (Difference link = strangeLink(package, folder)) return link;
+    for (const PackageMember& member : package.members()) {
+        if (member.name == hostFile || member.name == kUnzipOutput) continue;
+        const fs::path place = folder / member.name;
+        if (::lstat(place.c_str(), &status) != 0 || !isSame(member, status)) {
+            return place.string() + " is missing or not as in the package";
+        }
+    }
+    std::string text;
+    if (FileX::Load((folder / Package::kManifest).string(), text) < 0 || text != manifestText) {
+        return (folder / Package::kManifest).string() + " is not the package's";
+    }
+    return std::nullopt;
+}
+
+Result<> replaceCopy(const Package& package, const fs::path& folder) {
+    const fs::path staging = folder.parent_path() / nv::hosting::siblingName();
+    boost::system::error_code ignored;
+    if (::mkdir(staging.c_str(), 0755) != 0) {
+        return failure("{}: {}", staging.string(), lastErrorText());
+    }
+    Result<> done = package.unpackTo(staging);
+    if (done) done = swapIn(staging, folder);
+    fs::remove_all(staging, ignored);  // what was there before, or what could not be completed
+    return done;
+}
+
+}  // namespace overseer

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <optional>
+#include <string>
+
+#include "common/result.h"
+#include "drivers/package.h"
+
+namespace overseer {
+
+/// The first respect in which a folder is not a whole unpacked copy of a package, nothing when it
+/// is one: every member there with its kind and size, the manifest byte for byte, and no link but
+/// the package's own. Further files do not matter. Reads names and sizes only, but for the
+/// manifest.
+/// @param hostFile  a member of this name in the folder itself is the host's, and not compared
+std::optional<std::string> differenceFrom(const Package& package, const std::string& manifestText,
+                                          const boost::filesystem::path& folder,
+                                          const std::string& hostFile);
+
+/// Unpacks a package to a hidden folder beside `folder`, then puts that in its place. Where it
+/// fails, `folder` is as it was.
+Result<> replaceCopy(const Package& package, const boost::filesystem::path& folder);
+
+}  // namespace overseer

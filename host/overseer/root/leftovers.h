@@ -1,0 +1,12 @@
+#pragma once
+
+#include "root/controller_root.h"
+
+namespace overseer {
+
+/// Removes what a crash left behind: siblings that were being prepared, staging folders of
+/// unpacking, and everything in tmp/. Fails, without emptying it, when tmp/ is not a real folder.
+/// Only while the root's lock is held.
+Result<> removeLeftovers(const ControllerRoot& root);
+
+}  // namespace overseer

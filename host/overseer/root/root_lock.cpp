@@ -1,0 +1,40 @@
+#include "root/root_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+#include <cerrno>
+
+namespace overseer {
+namespace {
+
+std::string holderOf(int file) {
+    char text[32] = {};
+    const ssize_t count = ::pread(file, text, sizeof text - 1, 0);
+    std::string holder(text, count > 0 ? static_cast<std::size_t>(count) : 0);
+    while (!holder.empty() && holder.back() == '\n') holder.pop_back();
+    return holder.empty() ? "of unknown id" : holder;
+}
+
+bool record(int file) {
+    const std::string text = std::to_string(::getpid()) + '\n';
+    return ::ftruncate(file, 0) == 0 &&
+           ::pwrite(file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
+}  // namespace
+
+Result<RootLock> RootLock::acquire(const ControllerRoot& root) {
+    const std::string name = root.lockFile().string();
+    Descriptor file(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file.isOpen()) return failure("the lock {}: {}", name, lastErrorText());
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) return failure("the lock {}: {}", name, lastErrorText());
+        return failure("the controller root {} is in use by process {}; stop it first",
+                       root.path().string(), holderOf(file.get()));
+    }
+    if (!record(file.get())) return failure("the lock {}: {}", name, lastErrorText());
+    return RootLock(std::move(file));
+}
+
+}  // namespace overseer
