@@ -92,7 +92,7 @@ void reportFailure(const std::string& line, const ChildEnd& end, const OutputFil
 /// Where output goes that is not redirected. A log that has grown large becomes `….1` first, in
 /// the place of the one before it.
 std::string logPath() {
-    const std::string path = hosting::environment().commandLog.string();
+    std::string path = hosting::environment().commandLog.string();
     if (path.empty()) return "/dev/null";
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&

@@ -40,12 +40,14 @@ const char* textOf(Error error) {
     return "Unknown network error";
 }
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): static, never deleted
 class NetworkCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "network"; }
     std::string message(int value) const override { return textOf(static_cast<Error>(value)); }
 };
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): static, never deleted
 class TransferCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "transfer"; }
