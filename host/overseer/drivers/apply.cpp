@@ -79,7 +79,10 @@ Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occa
               : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
     if (applied) return applied;
     withdrawChecksum(fileName);
-    if (record.appliedMd5.empty()) return inContext(fileName, applied.error());
+    // An install puts the file back that was in place before, by itself.
+    if (record.appliedMd5.empty() || occasion == Occasion::kInstall) {
+        return inContext(fileName, applied.error());
+    }
     return failure("{}: {}; `overseerctl restore {}` puts back a file that was good", fileName,
                    applied.error().message, fileName);
 }
