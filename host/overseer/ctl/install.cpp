@@ -22,7 +22,7 @@ constexpr const char* kUpdateCommand = "UPDATE_DRIVERS";
 /// A file on its way.
 struct Item {
     Offer offer;
-    int version = 0;
+    int version = 0;        ///< that was put in place
     bool inPlace = false;   ///< a driver of that name is there already
     bool restarts = false;  ///< the host must restart before the driver works as it should
     bool installed = false;
@@ -90,30 +90,21 @@ std::string asSentence(std::string text) {
     return text;
 }
 
-/// Has what is in place judged, and asks where the answer says so.
-Answered<> settle(Session& session, std::vector<Item>& items, bool yes) {
-    std::vector<Offer> offers;
-    std::vector<Item*> judged;
-    for (Item& item : items) {
-        if (item.isRefused() || !item.inPlace) continue;
-        offers.push_back(item.offer);
-        judged.push_back(&item);
-    }
-    if (offers.empty()) return {};
+/// Has a file judged where a driver of its name is in place, and asks where the answer says so. By
+/// itself, so that a failure of the command costs no other file.
+Answered<> settle(Session& session, Item& item, bool yes) {
+    if (item.isRefused() || !item.inPlace) return {};
     Answers answers;
-    if (const auto evaluated = evaluateOffers(session, offers, answers); !evaluated) {
-        return evaluated;
+    if (const auto judged = evaluateOffers(session, {item.offer}, answers); !judged) {
+        if (!isOfOneFile(judged.error())) return judged;
+        item.outcome = judged.error().message;
+        return {};
     }
-    pugi::xml_node driver = answers.document_element().first_child();
-    for (Item* item : judged) {
-        const std::string reason = asSentence(questionAbout(*item, toVerdict(driver)));
-        driver = driver.next_sibling();
-        if (!reason.empty() && !yes) ask(session, *item, reason);
-        if (session.interruption.requested()) {
-            return tl::unexpected(Failure{Failure::Kind::kInterrupted, {}, "interrupted"});
-        }
-    }
-    return {};
+    const Verdict verdict = toVerdict(answers.document_element().first_child());
+    const std::string reason = asSentence(questionAbout(item, verdict));
+    if (!reason.empty() && !yes) ask(session, item, reason);
+    if (!session.interruption.requested()) return {};
+    return tl::unexpected(Failure{Failure::Kind::kInterrupted, {}, "interrupted"});
 }
 
 Answered<std::uint64_t> newestNotification(Session& session) {
@@ -235,8 +226,11 @@ int installDrivers(Session& session, const std::vector<std::string>& files,
     if (!agent) return report(session, agent.error());
     auto items = readItems(session, files);
     if (!items) return report(session, items.error());
-    if (const auto settled = settle(session, *items, options.yes); !settled) {
-        return report(session, settled.error());
+    // Everything that is to be asked is asked before anything changes.
+    for (Item& item : *items) {
+        if (const auto settled = settle(session, item, options.yes); !settled) {
+            return report(session, settled.error());
+        }
     }
     for (Item& item : *items) {
         if (const auto done = install(session, *agent, item); !done) {

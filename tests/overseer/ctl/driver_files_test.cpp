@@ -47,22 +47,32 @@ class DriverFiles : public testing::Test {
         server.onLoop([this](FakeServices& services) {
             services.agentList[0].answeringCommands.emplace_back("EVALUATE_DRIVER");
             services.agentList[0].plainCommands.emplace_back("UPDATE_DRIVERS");
-            services.onCommand = [this, &services] { updated(services); };
+            services.onCommand = [this, &services] { carryOut(services); };
         });
     }
 
-    /// What an agent tells user interfaces when a driver was applied.
-    void updated(FakeServices& services) {
+    /// What an agent does with a command: judges as `verdicts` says, or tells user interfaces what
+    /// was applied.
+    void carryOut(FakeServices& services) {
         const FakeServices::Sent& sent = services.sent.back();
-        if (sent.command != "UPDATE_DRIVERS") return;
+        const bool judges = sent.command == "EVALUATE_DRIVER";
         pugi::xml_document list;
-        list.load_string(sent.parameters.at("driver_files").c_str());
+        list.load_string(sent.parameters.at(judges ? "cur_driver_files" : "driver_files").c_str());
+        std::string answer;
         for (const pugi::xml_node file : list.document_element().children()) {
             const std::string name = file.child("driver_name").text().get();
-            if (name == refusedByTheHost) continue;
-            services.publish("<driver_updated><driver_name>" + name +
-                             "</driver_name></driver_updated>");
+            if (judges) {
+                answer += verdictOn(file.child("cur_driver_file").text().get());
+            } else if (name != refusedByTheHost) {
+                services.publish("<driver_updated><driver_name>" + name +
+                                 "</driver_name></driver_updated>");
+            }
         }
+        if (judges) services.answers[sent.command] = "<drivers>" + answer + "</drivers>";
+    }
+    std::string verdictOn(const std::string& name) const {
+        const auto found = verdicts.find(name);
+        return found != verdicts.end() ? found->second : success(name, kPlain);
     }
 
     std::string file(const std::string& name, const std::string& text) const {
@@ -74,12 +84,8 @@ class DriverFiles : public testing::Test {
         return file(name, "<driver><version>13</version></driver>");
     }
 
-    /// The agent's answer to the next evaluation, and which drivers are in place already.
-    void answer(const std::string& drivers, std::set<std::string> inPlace = {}) {
-        server.onLoop([&](FakeServices& services) {
-            services.answers["EVALUATE_DRIVER"] = "<drivers>" + drivers + "</drivers>";
-            services.inPlace = std::move(inPlace);
-        });
+    void inPlace(std::set<std::string> names) {
+        server.onLoop([&](FakeServices& services) { services.inPlace = std::move(names); });
     }
 
     std::vector<FakeServices::Sent> sent(const std::string& command) {
@@ -105,12 +111,13 @@ class DriverFiles : public testing::Test {
     }
 
     TemporaryRoot root;
+    std::map<std::string, std::string> verdicts;  ///< of drivers that may not be replaced just so
     std::string refusedByTheHost;
     RunningServer server{root.path()};
 };
 
 TEST_F(DriverFiles, AreJudgedInATable) {
-    answer(success("a.nvi", kPlain) + success("b.nvi", kAsks) + success("c.nvi", kRestarts));
+    verdicts = {{"b.nvi", success("b.nvi", kAsks)}, {"c.nvi", success("c.nvi", kRestarts)}};
     const Ran ran = run({"evaluate", driver("a.nvi"), driver("b.nvi"), driver("c.nvi")});
     EXPECT_EQ(ran.code, kSuccess) << ran.err;
     EXPECT_EQ(ran.out,
@@ -122,7 +129,7 @@ TEST_F(DriverFiles, AreJudgedInATable) {
 }
 
 TEST_F(DriverFiles, ThatCannotBeReadStandBesideTheOthers) {
-    answer(success("a.nvi", kPlain) + error("b.nvi", "ERROR_LOADING_DRIVER", "Unable to load"));
+    verdicts = {{"b.nvi", error("b.nvi", "ERROR_LOADING_DRIVER", "Unable to load")}, {"c.nvi", ""}};
     std::filesystem::create_directory(root.path() + "/folder.nvi");
     const std::vector<std::string> files{
         file("broken.nvz", "no zip"),     driver("a.nvi"), root.path() + "/folder.nvi",
@@ -136,11 +143,12 @@ TEST_F(DriverFiles, ThatCannotBeReadStandBesideTheOthers) {
                             "b.nvi       no: Unable to load", "note.txt    no: neither"}) {
         EXPECT_THAT(ran.out, HasSubstr(row));
     }
-    EXPECT_EQ(run({"evaluate", driver("a.nvi")}).code, kFailure) << "two answers to one question";
+    EXPECT_EQ(run({"evaluate", driver("a.nvi"), driver("c.nvi")}).code, kFailure)
+        << "one answer to two questions";
 }
 
 TEST_F(DriverFiles, AreShownToProgramsAsTheAgentAnswers) {
-    answer(success("true", kAsks));
+    verdicts = {{"a.nvi", success("true", kAsks)}};
     const Ran json = run({"evaluate", driver("a.nvi"), file("x.nvz", ""), "--json"});
     EXPECT_EQ(json.code, kMayNotReplace);
     EXPECT_THAT(json.out, HasSubstr(R"("driver_name": "true")"));
@@ -153,7 +161,6 @@ TEST_F(DriverFiles, AreShownToProgramsAsTheAgentAnswers) {
 }
 
 TEST_F(DriverFiles, TravelUnderTheInstalledNameAndAsUtf8) {
-    answer(success("Tür & Tor.nvi", kPlain));
     const std::string text = "<?xml version=\"1.0\" encoding=\"latin1\"?><d><n>\xfc</n></d>";
     EXPECT_EQ(run({"evaluate", file("download.tmp", text), "--as", "Tür & Tor.nvi"}).code,
               kSuccess);
@@ -170,18 +177,6 @@ TEST_F(DriverFiles, TravelUnderTheInstalledNameAndAsUtf8) {
 }
 
 TEST_F(DriverFiles, TooManyForOneCommandTakeSeveral) {
-    server.onLoop([](FakeServices& services) {
-        services.onCommand = [&services] {
-            pugi::xml_document list;
-            list.load_string(services.sent.back().parameters.at("cur_driver_files").c_str());
-            std::string& answer = services.answers["EVALUATE_DRIVER"];
-            answer = "<drivers>";
-            for (const pugi::xml_node item : list.document_element().children()) {
-                answer += success(item.child("cur_driver_file").text().get(), kPlain);
-            }
-            answer += "</drivers>";
-        };
-    });
     // Twice as large in the body of the request, of which the host takes 64 MB.
     const std::string large = file("large.nvi", "<d>" + std::string(11u << 20, '\n') + "</d>");
     const Ran ran = run({"evaluate", large, large, large, driver("a.nvi")});
@@ -195,10 +190,13 @@ TEST_F(DriverFiles, TooManyForOneCommandTakeSeveral) {
 }
 
 TEST_F(DriverFiles, AreInstalledUnlessTheyMayNotReplaceWhatIsThere) {
-    answer(success("newer.nvi", kRestarts) + success("same.nvi", kAsks) +
-               error("lost.nvi", "ERROR_LOADING_DRIVER", "Unable to load existing driver") +
-               error("bad.nvi", "ERROR_FAILED_TO_GET_DRIVER_VERSION", "Failed to get version"),
-           {"newer.nvi", "same.nvi", "lost.nvi", "bad.nvi"});
+    verdicts = {
+        {"newer.nvi", success("newer.nvi", kRestarts)},
+        {"same.nvi", success("same.nvi", kAsks)},
+        {"lost.nvi", error("lost.nvi", "ERROR_LOADING_DRIVER", "Unable to load existing driver")},
+        {"bad.nvi",
+         error("bad.nvi", "ERROR_FAILED_TO_GET_DRIVER_VERSION", "Failed to get version")}};
+    inPlace({"newer.nvi", "same.nvi", "lost.nvi", "bad.nvi"});
     const std::vector<std::string> arguments{
         "install",          driver("newer.nvi"), driver("same.nvi"), driver("lost.nvi"),
         driver("bad.nvi"),  driver("new.nvi"),   driver("new.nvi"),  driver("blocked.nvi"),
@@ -225,6 +223,8 @@ TEST_F(DriverFiles, AreInstalledUnlessTheyMayNotReplaceWhatIsThere) {
 }
 
 TEST_F(DriverFiles, ThatCallForAQuestionAreAskedAbout) {
+    verdicts = {{"same.nvi", success("same.nvi", kAsks)}};
+    inPlace({"same.nvi"});
     struct Row {
         const char* typed;
         bool yes;
@@ -232,7 +232,6 @@ TEST_F(DriverFiles, ThatCallForAQuestionAreAskedAbout) {
     };
     for (const Row& row : {Row{"y\n", false, true}, Row{"n\n", false, false}, Row{"", false, false},
                            Row{"", true, true}}) {
-        answer(success("same.nvi", kAsks), {"same.nvi"});
         server.onLoop([](FakeServices& services) { services.placed.clear(); });
         std::vector<std::string> arguments{"install", driver("same.nvi")};
         if (row.yes) arguments.emplace_back("--yes");
@@ -246,9 +245,9 @@ TEST_F(DriverFiles, ThatCallForAQuestionAreAskedAbout) {
 }
 
 TEST_F(DriverFiles, RestartTheHostOnlyWhenOneNeedsItAndItIsWanted) {
-    answer(success("a.nvi", kPlain), {"a.nvi"});
+    inPlace({"a.nvi"});
     EXPECT_THAT(run({"install", driver("a.nvi"), "--restart"}).out, Not(HasSubstr("restart")));
-    answer(success("a.nvi", kRestarts), {"a.nvi"});
+    verdicts = {{"a.nvi", success("a.nvi", kRestarts)}};
     EXPECT_THAT(run({"install", driver("a.nvi"), "--restart"}).out, HasSubstr("the host restarts"));
     const auto commands = sent("UPDATE_DRIVERS");
     ASSERT_EQ(commands.size(), 3u);
