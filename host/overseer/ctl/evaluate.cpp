@@ -43,7 +43,7 @@ void printTable(const Session& session, const std::vector<Offer>& offers, const 
     table.print(session.console.out, session.console.coloured);
 }
 
-/// The answer as the agent gave it, with numbers and truth values as JSON has them.
+/// The answer as the agent gave it, with truth values as JSON has them.
 Json toJson(const Answers& answers) {
     Json drivers = Json::array();
     for (const pugi::xml_node driver : answers.document_element().children()) {
