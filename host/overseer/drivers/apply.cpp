@@ -115,9 +115,7 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
     if (!done) return tl::unexpected<Error>(done.error());
 
     AppliedDriver driver = describe(*manifest, fileName);
-    if (driver.agent && package->holdsFile(manifest->library)) {
-        driver.library = manifest->library;
-    }
+    if (package->holdsFile(manifest->library)) driver.library = manifest->library;
     return driver;
 }
 
