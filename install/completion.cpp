@@ -12,6 +12,7 @@
 #include "norvane_agent_driverupdate.h"
 
 namespace fs = boost::filesystem;
+using driverupdate::isPresent;
 
 /// An outcome that ends a download before the host is asked; every text is followed by the name.
 struct norvane_agent_driverupdate::FailedDownload {
@@ -41,12 +42,6 @@ const norvane_agent_driverupdate::FailedDownload norvane_agent_driverupdate::kDo
 };
 
 namespace {
-
-bool isPresent(const fs::path& path) {
-    boost::system::error_code ignored;
-    const fs::file_type type = fs::status(path, ignored).type();
-    return type != fs::status_error && type != fs::file_not_found;
-}
 
 /// Empties the folder and unpacks the package into it; left empty when that fails.
 void unpack(const fs::path& package, const fs::path& folder) {

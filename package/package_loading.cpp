@@ -27,9 +27,11 @@ struct norvane_agent_driverupdate::PackagePaths {
           checksum(copy / (package.filename().string() + ".md5")) {}
 
     /// The copy's folder is removed as a whole, so its name must be one that only this package
-    /// has: not the folder of all packages, nor that of a package with this one's name.
+    /// has: not the folder of all packages (an empty name, a root), nor that of a package with
+    /// this one's name.
     bool nameTheCopyAlone() const {
-        return !stem.empty() && stem != "." && stem != ".." && !stem.ends_with(".nvz");
+        return package != folder && !stem.empty() && stem != "." && stem != ".." &&
+               stem.find('/') == std::string::npos && !stem.ends_with(".nvz");
     }
 
     static constexpr const char* kManifest = "driver.xml";
