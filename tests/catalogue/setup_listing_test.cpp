@@ -184,9 +184,9 @@ INSTANTIATE_TEST_SUITE_P(
                                 "Failed to download drivers list", "Success</errorcode>"},
                     FailedBatch{"NotReached", 0, "",
                                 " [http status: 0]: ", "Failed to download drivers list", ""},
-                    FailedBatch{"NoXml", 200, "<response><", ": Error parsing start element tag",
+                    FailedBatch{"NoXml", 200, "<response></doc>", ": Start-end tags mismatch",
                                 "Could not parse the response",
-                                "Error parsing start element tag</errorcode>"}),
+                                "Start-end tags mismatch</errorcode>"}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(Setup, ABatchThatCannotGoOutIsToldAtOnceAndEndsTheListing) {

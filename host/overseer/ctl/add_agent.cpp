@@ -150,7 +150,11 @@ std::string reasonOfSilence(Session& session, const std::string& agent, const st
     if (("," + excluded + ",").find("," + file + ",") != std::string::npos) {
         return fmt::format("it is excluded; `overseerctl exclude remove {}` lets it in", file);
     }
-    const std::string line = log.lastLineWith(file);
+    // An answer that broke off names no file.
+    std::string line = log.lastLineWith(file);
+    if (line.empty()) {
+        line = log.lastLineWith(" ERROR ");
+    }
     return line.empty() ? "the log has no line about it" : "the log says: " + line;
 }
 

@@ -21,12 +21,15 @@ bool isInside(const fs::path& file, const fs::path& folder) {
     return part != file.end();
 }
 
-/// A project that could not be written is taken in again as it stands in the file.
-Result<> saveOrForget(Project& project, const ControllerRoot& root) {
-    Result<> saved = project.save();
-    if (saved) return saved;
-    if (Result<Project> before = Project::load(root.projectFile())) project = std::move(*before);
-    return inContext(root.projectFile().string(), saved.error());
+/// All or nothing: a project that could not be written is as it was.
+Result<> putAgent(Project& project, const ControllerRoot& root, const std::string& fileName,
+                  const std::string& name, const std::string& library) {
+    Project changed = project.clone();
+    changed.addAgent(fileName, name, library);
+    Result<> saved = changed.save();
+    if (!saved) return inContext(root.projectFile().string(), saved.error());
+    project = std::move(changed);
+    return {};
 }
 
 const ProjectEntry* findAgent(const Project& project, const std::string& fileName) {
@@ -57,11 +60,9 @@ Result<ProjectEntry> enterAgent(Project& project, const ControllerRoot& root,
                                 const std::string& fileName, const AppliedDriver& applied,
                                 const std::string& name, const std::string& library) {
     const bool wanted = !library.empty() && agentLibrary(root, fileName, library).has_value();
-    project.addAgent(fileName, name.empty() ? applied.name : name,
-                     wanted ? library : applied.library);
-    if (Result<> saved = saveOrForget(project, root); !saved) {
-        return tl::unexpected<Error>(saved.error());
-    }
+    const Result<> put = putAgent(project, root, fileName, name.empty() ? applied.name : name,
+                                  wanted ? library : applied.library);
+    if (!put) return tl::unexpected<Error>(put.error());
     return *findAgent(project, fileName);
 }
 
@@ -76,8 +77,7 @@ Result<> followAgent(Project& project, const ControllerRoot& root, const std::st
         library = known->library;
     }
     if (known != nullptr && known->library == library) return {};
-    project.addAgent(fileName, name, library);
-    return saveOrForget(project, root);
+    return putAgent(project, root, fileName, name, library);
 }
 
 }  // namespace overseer
