@@ -29,6 +29,7 @@ struct norvane_agent_driverupdate::CatalogueDocument {
         minimumOSVersion.clear();
         md5sum.clear();
         for (const pugi::xml_node field : document) {
+            if (field.type() != pugi::node_element) continue;
             const std::string_view name = field.attribute("name").value();
             const char* text = field.child_value();
             if (name == "filename") filename = text;
@@ -116,6 +117,7 @@ void norvane_agent_driverupdate::handleSolrResponse(const std::string& payload,
     }
     CatalogueDocument document;
     for (const pugi::xml_node child : result) {
+        if (child.type() != pugi::node_element) continue;
         document.read(child);
         handleDocument(document, addAgentData, isAgent);
     }

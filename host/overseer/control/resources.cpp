@@ -104,6 +104,8 @@ Answer answer(ControlServices& services, const Request& request) {
         return route(services, request);
     } catch (const std::exception& error) {
         return refusal(500, "internal", error.what());
+    } catch (...) {
+        return refusal(500, "internal", "something that is no exception was thrown");
     }
 }
 
@@ -113,6 +115,8 @@ std::optional<Response> lookAt(const Wait& wait, ControlServices& services, bool
         return found || !last ? found : wait.expired(services);
     } catch (const std::exception& error) {
         return refusal(500, "internal", error.what());
+    } catch (...) {
+        return refusal(500, "internal", "something that is no exception was thrown");
     }
 }
 

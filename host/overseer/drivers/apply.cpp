@@ -74,12 +74,15 @@ Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occa
     if (found && *found) record = **found;
     record.fileName = fileName;
 
-    const Result<AppliedDriver> applied =
+    Result<AppliedDriver> applied =
         found ? attempt(fileName, occasion, record)
               : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
     if (applied) return applied;
     withdrawChecksum(fileName);
-    if (record.appliedMd5.empty()) return inContext(fileName, applied.error());
+    // An install puts the file back that was in place before, by itself.
+    if (record.appliedMd5.empty() || occasion == Occasion::kInstall) {
+        return inContext(fileName, applied.error());
+    }
     return failure("{}: {}; `overseerctl restore {}` puts back a file that was good", fileName,
                    applied.error().message, fileName);
 }
@@ -187,7 +190,6 @@ Result<> DriverApplication::writeChecksum(const std::string& fileName, const std
 
 Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const std::string& md5,
                                      int version, DriverRecord& record) {
-    const DriverRecord before = record;
     DriverRecord after = record;
     after.version = version;
     const Result<> kept = kept_.keep(file, md5, after);
@@ -198,7 +200,7 @@ Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const
     }
     after.checkedSize = kept ? stamp.size : 0;
     after.checkedNanoseconds = kept ? stamp.nanoseconds : 0;
-    if (isSame(before, after)) return {};
+    if (isSame(record, after)) return {};
     unflushed_ = true;
     return ledger_.store(after);
 }

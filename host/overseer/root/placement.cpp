@@ -77,10 +77,16 @@ Result<> linkInPlace(const path& source, const path& target) {
         ::link(source.c_str(), sibling.c_str()) != 0) {
         return copyInPlace(source, target);
     }
-    const Result<> renamed = renameOver(sibling, target);
+    Result<> renamed = renameOver(sibling, target);
     // Renaming one name of a file over another does nothing and leaves both.
     ::unlink(sibling.c_str());
     return renamed;
+}
+
+Result<> flushFolder(const path& folder) {
+    const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.isOpen() && ::fsync(opened.get()) == 0) return {};
+    return failure("cannot flush the folder {}: {}", folder.string(), lastErrorText());
 }
 
 Result<> flushFileSystem(const path& folder) {

@@ -50,7 +50,7 @@ class Instances : public IInstanceManager {
 
 /// Everything, in the order in which it is made; taken down in the reverse order.
 struct Host::Services {
-    Services(const Configuration& settings, const ControllerRoot& folder,
+    Services(const Configuration& chosen, const ControllerRoot& folder,
              std::unique_ptr<HostState> opened);
 
     Result<> startAgents();
@@ -115,14 +115,9 @@ Host::Services::Services(const Configuration& chosen, const ControllerRoot& fold
 }
 
 Scheduler::Surroundings Host::Services::schedulerSurroundings() {
-    return {loop,
-            nv::hosting::environment().clock,
-            state->schedule,
+    return {loop, nv::hosting::environment().clock, state->schedule,
             [this] { return idle.isIdle(); },
-            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); },
-            [this](std::uint32_t device, std::uint32_t event) {
-                log::info(fmt::format("event {} of device {} was removed", event, device));
-            }};
+            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); }};
 }
 
 control::HostInformation Host::Services::information() const {

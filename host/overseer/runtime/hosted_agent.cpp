@@ -99,14 +99,22 @@ nv::XmlNode::Ptr HostedAgent::persistedNode() {
 }
 
 std::vector<std::string> HostedAgent::plainCommands() {
-    IAgent* agent = operations().GetAgent();
-    return agent != nullptr ? agent->GetCmdDispatcher().GetCmdNames() : std::vector<std::string>();
+    std::vector<std::string> names;
+    logged("its list of commands", [&] {
+        if (IAgent* agent = operations().GetAgent())
+            names = agent->GetCmdDispatcher().GetCmdNames();
+    });
+    return names;
 }
 
 std::vector<std::string> HostedAgent::answeringCommands() {
-    IAgent* agent = operations().GetAgent();
-    return agent != nullptr ? agent->GetUICmdDispatcher().GetUICmdNames()
-                            : std::vector<std::string>();
+    std::vector<std::string> names;
+    logged("its list of commands", [&] {
+        if (IAgent* agent = operations().GetAgent()) {
+            names = agent->GetUICmdDispatcher().GetUICmdNames();
+        }
+    });
+    return names;
 }
 
 void HostedAgent::AddVariable(const VariableDeclaration& variable) {

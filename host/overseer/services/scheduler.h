@@ -30,7 +30,7 @@ struct ScheduleListing {
     std::optional<UtcMilliseconds> lastDelivery;  ///< none when it was never delivered
     unsigned int intervalDays = 1;
     std::vector<std::uint32_t> listeners;  ///< device ids
-    bool waiting = false;  ///< due, and held back by the gap or a busy network
+    bool waiting = false;                  ///< due, and held back by the gap or a busy network
 };
 
 /// The host's schedule: entries that survive restarts, listeners that register anew each time.
@@ -55,8 +55,6 @@ class Scheduler : public nv::scheduler::IScheduler {
 
     /// Hands an event to a device; catches what the device throws.
     using Delivery = std::function<void(std::uint32_t deviceId, std::uint32_t eventId)>;
-    /// Told when an entry is gone, so that its listeners can be.
-    using Removal = Delivery;
 
     /// What it stands on; all of it outlives the scheduler.
     struct Surroundings {
@@ -65,7 +63,6 @@ class Scheduler : public nv::scheduler::IScheduler {
         ScheduleStore& store;
         std::function<bool()> networkIdle;
         Delivery deliver;
-        Removal removed;  ///< may be empty
     };
 
     explicit Scheduler(Surroundings surroundings);
@@ -90,8 +87,6 @@ class Scheduler : public nv::scheduler::IScheduler {
     /// Delivers to all listeners at once, for a person who asks; leaves the times as they are.
     /// @return to how many devices; an error when there is no such entry or nobody listens
     Result<std::size_t> fire(std::uint32_t eventId);
-    /// Removes an entry and tells its listeners.
-    Result<> remove(std::uint32_t eventId);
     /// In order of id. @param withHidden  those that are left out of listings for users too
     std::vector<ScheduleListing> list(bool withHidden) const;
 
@@ -103,9 +98,9 @@ class Scheduler : public nv::scheduler::IScheduler {
     };
     /// A delivery that is due and was not made yet.
     struct Pending {
-        std::time_t instant;
-        std::uint32_t eventId;
-        std::uint32_t deviceId;
+        std::time_t instant = 0;
+        std::uint32_t eventId = 0;
+        std::uint32_t deviceId = 0;
         boost::gregorian::date date;
         std::chrono::steady_clock::time_point dueSince;
     };

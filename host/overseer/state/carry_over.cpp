@@ -137,7 +137,7 @@ Result<std::string> carryOver(const boost::filesystem::path& damaged,
     if (const Connection source = openReadOnly(damaged)) summary = copyTables(source.get(), fresh);
     if (!summary) return summary;
     if (auto removed = removeTornNodes(fresh); !removed) return tl::unexpected(removed.error());
-    const Result<std::string> restored = restoreCopies(copies, fresh);
+    Result<std::string> restored = restoreCopies(copies, fresh);
     if (!restored) return restored;
     if (auto committed = transaction->commit(); !committed)
         return tl::unexpected(committed.error());
