@@ -33,6 +33,8 @@ struct Options {
     std::uint64_t from = 0;
     EvaluateOptions evaluate;
     InstallOptions install;
+    SetupOptions setup;
+    AddAgentOptions addition;
     EventOptions events;
     HistoryOptions history;
     Action action;
@@ -52,6 +54,30 @@ CLI::App* command(CLI::App& parent, Options& options, const std::string& name,
         });
     }
     return added;
+}
+
+std::string checkRequestedVersion(const std::string& text) {
+    const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+    return isNumber || CLI::detail::to_lower(text) == "latest"
+               ? std::string()
+               : "\"" + text + "\" is neither a number nor \"latest\"";
+}
+
+void addAgentAddition(CLI::App& app, Options& options) {
+    CLI::App* add = command(
+        app, options, "add-agent", "Add an agent from the catalogue and wait for the outcome.",
+        "  overseerctl add-agent weather_agent\n"
+        "  overseerctl add-agent Weather --file weather_agent.nvz --version 3",
+        [&options](Session& session) { return addAgent(session, options.addition); });
+    add->add_option("NAME", options.addition.name, "The agent's name on this controller")
+        ->required();
+    add->add_option("--file", options.addition.file, "Its package in the catalogue (NAME.nvz)");
+    add->add_option("--library", options.addition.library,
+                    "The plug-in in the package, where its manifest does not name it");
+    add->add_option("--version", options.addition.version,
+                    "A package on the controller serves from this version on: a number, or latest "
+                    "(the catalogue's)")
+        ->check(checkRequestedVersion);
 }
 
 void addAgentCommands(CLI::App& app, Options& options) {
@@ -76,6 +102,19 @@ void addAgentCommands(CLI::App& app, Options& options) {
     update->add_flag("--forced", options.forced,
                      "As the forced daily event: only what the catalogue forces, even when "
                      "automatic updating is off");
+
+    CLI::App* setup = command(
+        app, options, "setup",
+        "List what the catalogue knows of every driver and agent file here: versions, newer or "
+        "not, included in updates or not.",
+        "  overseerctl setup\n"
+        "  overseerctl setup --xml     as the agent tells it to user interfaces",
+        [&options](Session& session) { return showSetup(session, options.setup); });
+    setup->add_flag("--xml", options.setup.xml, "The agent's own node instead of a table");
+    setup->add_option("--timeout", options.setup.timeoutSeconds, "Seconds to wait (600)")
+        ->check(CLI::Range(std::uint64_t(1), std::uint64_t(3600)));
+
+    addAgentAddition(app, options);
 
     CLI::App* state = command(
         app, options, "auto-update", "Switch the daily automatic updating on or off.",

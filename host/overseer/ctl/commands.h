@@ -26,6 +26,22 @@ int listExclusion(Session& session);
 // update.cpp
 int runUpdate(Session& session, bool forced);
 
+// setup.cpp
+struct SetupOptions {
+    bool xml = false;  ///< the agent's own node instead of a table
+    std::uint64_t timeoutSeconds = 600;
+};
+int showSetup(Session& session, const SetupOptions& options);
+
+// add_agent.cpp
+struct AddAgentOptions {
+    std::string name;     ///< the agent's, in the project
+    std::string file;     ///< its package; empty for NAME.nvz
+    std::string library;  ///< plug-in in the package; empty for the one its manifest names
+    std::string version = "latest";
+};
+int addAgent(Session& session, const AddAgentOptions& options);
+
 // restore.cpp
 int restoreDriver(Session& session, const std::string& file, bool exclude);
 

@@ -43,7 +43,7 @@ AppliedDriver describeDriver(const std::string& fileName, const Manifest& manife
     driver.version = manifest.version;
     driver.agent = manifest.agent;
     driver.name = manifest.name.empty() ? path(fileName).stem().string() : manifest.name;
-    if (driver.agent && package != nullptr && package->holdsFile(manifest.library)) {
+    if (package != nullptr && package->holdsFile(manifest.library)) {
         driver.library = manifest.library;
     }
     return driver;

@@ -27,7 +27,7 @@ struct AppliedDriver {
     int version = 0;
     std::string name;     ///< as the manifest calls it, else the file's stem
     bool agent = false;   ///< the manifest marks the package as an agent's
-    std::string library;  ///< that agent's plug-in, a file of its unpacked copy; empty without one
+    std::string library;  ///< the plug-in that it brings, a file of its unpacked copy; mostly empty
 };
 
 /// What applying a driver of that manifest comes to.

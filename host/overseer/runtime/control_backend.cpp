@@ -115,6 +115,14 @@ std::vector<control::AgentInformation> ControlBackend::agents() {
         information.answeringCommands = agent->answeringCommands();
         list.push_back(std::move(information));
     }
+    for (const UnloadedAgent& agent : surroundings_.agents.unloaded()) {
+        control::AgentInformation information;
+        information.name = agent.name;
+        information.deviceId = agent.deviceId;
+        information.library = agent.library;
+        information.problem = agent.problem;
+        list.push_back(std::move(information));
+    }
     return list;
 }
 

@@ -8,6 +8,7 @@
 #include "drivers/driver_check.h"
 #include "drivers/file_names.h"
 #include "drivers/manifest.h"
+#include "drivers/packaged_agents.h"
 #include "drivers/project.h"
 #include "drivers/restore.h"
 #include "drivers/staged_driver.h"
@@ -45,16 +46,53 @@ Result<> DriverDesk::checkAll() {
         if (!checked.outcome) {
             log::error(fmt::format("driver {} cannot be used as it lies there: {}",
                                    checked.fileName, checked.outcome.error().message));
+            continue;
         }
+        follow(checked.fileName, *checked.outcome);
     }
     return flush();
 }
 
 RESULTX DriverDesk::update(const std::string& fileName) {
     const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kUpdate);
-    if (applied) return 0;
-    log::error("driver not applied: " + applied.error().message);
-    return kRefused;
+    if (!applied) {
+        log::error("driver not applied: " + applied.error().message);
+        return kRefused;
+    }
+    follow(fileName, *applied);
+    return 0;
+}
+
+void DriverDesk::follow(const std::string& fileName, const AppliedDriver& applied) {
+    // The driver is in use all the same; the next apply or start comes back to this.
+    const Result<> followed = followAgent(project_, root_, fileName, applied);
+    if (!followed) {
+        log::error(fmt::format("the project does not know what {} brings: {}", fileName,
+                               followed.error().message));
+    }
+}
+
+RESULTX DriverDesk::addAgent(const std::string& name, const std::string& library,
+                             const std::string& fileName) {
+    const auto refuse = [&fileName](const std::string& why) {
+        log::error(fmt::format("agent {} not added: {}", fileName, why));
+        return kRefused;
+    };
+    if (!isPackageName(fileName)) return refuse("an agent comes as a package (.nvz)");
+    const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kAdd);
+    if (!applied) return refuse(applied.error().message);
+    const Result<ProjectEntry> agent =
+        enterAgent(project_, root_, fileName, *applied, name, library);
+    if (!agent) return refuse(agent.error().message);
+    if (!library.empty() && agent->library != library) {
+        log::warn(fmt::format("{} holds no library {}; what its manifest names counts", fileName,
+                              library));
+    }
+    log::info(fmt::format(
+        "agent {} was added out of {}, version {}, {}", agent->name, fileName, applied->version,
+        agent->library.empty() ? "without a library"
+                               : "its library is loaded when the host next starts"));
+    return 0;
 }
 
 int DriverDesk::installedVersion(const std::string& fileName) {
@@ -132,6 +170,7 @@ Result<control::RestoredDriver> DriverDesk::restore(const std::string& fileName)
     if (!before) return tl::unexpected(before.error());
     const Result<AppliedDriver> restored = restoreDriver(fileName, root_, ledger_, application_);
     if (!restored) return tl::unexpected(restored.error());
+    follow(fileName, *restored);
     log::info(fmt::format("driver {} was restored to version {}", fileName, restored->version));
     if (Result<> flushed = flush(); !flushed) log::error(flushed.error().message);
     control::RestoredDriver driver;

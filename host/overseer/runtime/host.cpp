@@ -14,6 +14,7 @@
 
 #include "common/log.h"
 #include "control/server.h"
+#include "drivers/packaged_agents.h"
 #include "runtime/agents.h"
 #include "runtime/control_backend.h"
 #include "runtime/driver_desk.h"
@@ -159,6 +160,11 @@ Result<> Host::Services::startAgents() {
     }
     for (const std::string& library : agentLibraries(configuration)) {
         if (Result<> loaded = agents.load(library); !loaded) return loaded;
+    }
+    // A copy: what an agent sets off as it starts may change the project.
+    for (const ProjectEntry& agent : std::vector<ProjectEntry>(state->project.agents())) {
+        if (agent.library.empty()) continue;
+        agents.loadPackaged(agent, agentLibrary(root, agent.file, agent.library));
     }
     idle.workMayHaveStarted();
     return {};
