@@ -116,7 +116,15 @@ Result<ControllerRoot> initializeRoot(const fs::path& folder, const fs::path& ca
     if (const Result<int> certificates = countCertificates(caFile); !certificates) {
         return inContext("CA bundle", certificates.error());
     }
+    boost::system::error_code ignored;
+    const bool wasThere = fs::exists(root->path(), ignored);
     if (const Result<> filled = fill(*root, caFile); !filled) {
+        // What this call made goes again, so that the next one finds the place vacant.
+        for (const char* made : {"drivers", "config", "certs", "state", "log", "run", "tmp",
+                                 "project.xml", "overseer.conf"}) {
+            fs::remove_all(root->path() / made, ignored);
+        }
+        if (!wasThere) fs::remove(root->path(), ignored);
         return inContext("the controller root was not completed", filled.error());
     }
     return root;
