@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <limits>
 #include <pugixml.hpp>
 #include <system_error>
 #include <vector>
