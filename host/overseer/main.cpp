@@ -125,6 +125,7 @@ int actOnRoot(const Invocation& invocation, const std::string& program,
 }  // namespace
 
 int main(int argc, char** argv) {
+    process::openStandardStreams();
     process::takeSignals();
     const std::string program = process::ownProgram();
     const std::vector<std::string> arguments(argv, argv + argc);
@@ -137,7 +138,11 @@ int main(int argc, char** argv) {
             return initialize(*invocation);
         case Invocation::Action::kInstall:
         case Invocation::Action::kRun:
-            return actOnRoot(*invocation, program, arguments);
+            try {
+                return actOnRoot(*invocation, program, arguments);
+            } catch (const std::exception& exception) {
+                return fail(Error{std::string("cannot go on: ") + exception.what()});
+            }
     }
     return 1;
 }

@@ -2,6 +2,7 @@
 
 #include <nv/file.h>
 
+#include <limits>
 #include <pugixml.hpp>
 
 #include "drivers/file_names.h"
@@ -20,8 +21,15 @@ Result<Manifest> parseManifest(const std::string& text, const std::string& sourc
     const pugi::xml_text version = root.child("version").text();
     if (!version) return failure("the manifest of {} names no version", source);
 
+    // As agents and catalogues read it; where that does not fit they would take it for a version
+    // below all others, and nothing newer could ever replace it.
+    const unsigned int number = version.as_uint();
+    if (number > static_cast<unsigned int>(std::numeric_limits<int>::max())) {
+        return failure("the manifest of {} names a version that is too large", source);
+    }
+
     Manifest manifest;
-    manifest.version = static_cast<int>(version.as_uint());
+    manifest.version = static_cast<int>(number);
     manifest.name = root.child("name").text().get();
     manifest.model = root.child("model").text().get();
     manifest.manufacturer = root.child("manufacturer").text().get();

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstring>
 #include <iostream>
 #include <sstream>
 
@@ -110,6 +111,22 @@ std::string placeOf(const std::string& text, const std::string& message) {
     return "";
 }
 
+/// The first line that is neither empty nor a comment nor a section and sets nothing; 0 for none. A
+/// file that was cut ends in such a line, and the library would take the key for a flag.
+int lineWithoutValue(const std::string& text) {
+    std::istringstream in(text);
+    std::string line;
+    bool inList = false;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const std::size_t begin = line.find_first_not_of(" \t\r");
+        if (begin == std::string::npos || std::strchr("#;[", line[begin]) != nullptr) continue;
+        if (!inList && line.find('=') == std::string::npos) return number;
+        inList =
+            (inList || line.find('[') != std::string::npos) && line.find(']') == std::string::npos;
+    }
+    return 0;
+}
+
 /// What a damaged file holds must not steer the terminal that shows the message.
 std::string printable(std::string text) {
     for (char& character : text) {
@@ -123,6 +140,9 @@ Result<> readFile(const std::string& file, Configuration& to) {
     std::string text;
     if (FileX::Load(file, text) < 0) {
         return failure("{} cannot be read; make a root with: overseer --root DIR init", file);
+    }
+    if (const int line = lineWithoutValue(text); line != 0) {
+        return failure("{} line {}: a key without a value", file, line);
     }
     std::istringstream in(text);
     CLI::App app;

@@ -1,5 +1,7 @@
 #include "runtime/driver_desk.h"
 
+#include <nvhost/children.h>
+
 #include <boost/filesystem/operations.hpp>
 
 #include <set>
@@ -54,6 +56,8 @@ Result<> DriverDesk::checkAll() {
 }
 
 RESULTX DriverDesk::update(const std::string& fileName) {
+    // However long the list that a command works off: the host stops between two files.
+    if (nv::hosting::childrenStopped()) return kRefused;
     const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kUpdate);
     if (!applied) {
         log::error("driver not applied: " + applied.error().message);

@@ -148,6 +148,7 @@ void Host::Services::deliver(std::uint32_t deviceId, std::uint32_t eventId) {
 }
 
 void Host::Services::becameIdle() {
+    for (const auto& agent : agents.all()) agent->persist();
     if (Result<> stored = journal.networkIdle(); !stored) {
         log::error(fmt::format("the last run could not be stored: {}", stored.error().message));
     }

@@ -48,7 +48,9 @@ TEST_F(PackagedAgents, aLibraryIsAFileOfTheCopyAndNothingElse) {
     for (const Row& row : table) {
         const auto file = agentLibrary(root, "w.nvz", row.library);
         ASSERT_EQ(file.has_value(), row.found != nullptr) << row.library;
-        if (file) EXPECT_EQ(*file, fs::canonical(copy("w.nvz") / row.found)) << row.library;
+        if (file) {
+            EXPECT_EQ(*file, fs::canonical(copy("w.nvz") / row.found)) << row.library;
+        }
     }
     EXPECT_FALSE(agentLibrary(root, "gone.nvz", "w.so"));
     EXPECT_FALSE(agentLibrary(root, "w.nvi", "w.so"));

@@ -150,6 +150,10 @@ bool FileTransfer::deliver(const char* data, std::size_t size) {
         fail(curl_code::kRangeError, "More bytes came than were promised");
         return false;
     }
+    if (size > hosting::transportSettings(context_).maximumDownload - file_.delivered) {
+        fail(curl_code::kTooLarge, "The file is larger than this host takes");
+        return false;
+    }
     file_.delivered += size;
     const auto callbacks = callbacks_;
     if (!callbacks || !callbacks->data) return true;
@@ -262,7 +266,9 @@ void FileTransfer::finish(const Curl::Code& code) {
     const auto self = shared_from_this();
     const auto callbacks = std::exchange(callbacks_, nullptr);
     if (const auto ended = std::exchange(ended_, nullptr)) ended(*this);
-    if (callbacks && callbacks->completed) callbacks->completed(self, kept);
+    if (!callbacks) return;
+    if (!kept.ok()) logFailure("download", url_, kept.toString());
+    if (callbacks->completed) callbacks->completed(self, kept);
 }
 
 void FileTransfer::finishLater(const Curl::Code& code) {

@@ -106,6 +106,13 @@ void HttpClient::State::completed(const hosting::TransferResult& result) {
     id = 0;
     if (result.timedOutBehindHandler && !begin()) return;
     if (tooLarge) {
+        logFailure("query", url, "the answer is larger than this host takes");
+    } else if (result.curlCode != 0) {
+        logFailure("query", url, result.message);
+    } else if (result.status != 200) {
+        logFailure("query", url, "the answer's status is " + std::to_string(result.status));
+    }
+    if (tooLarge) {
         finish(HttpResponse(result.status, {}), errorCode(Error::kAnswerTooLarge));
     } else if (result.curlCode != 0) {
         finish(HttpResponse(result.status, {}), transferErrorCode(result.curlCode));
