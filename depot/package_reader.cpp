@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <limits>
 #include <pugixml.hpp>
