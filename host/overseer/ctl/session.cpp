@@ -50,6 +50,10 @@ bool isUtf8(const std::string& text) {
 
 }  // namespace
 
+Failure failureBecause(std::string reason) {
+    return {Failure::Kind::kBroken, {}, std::move(reason)};
+}
+
 int report(const Session& session, const Failure& failure) {
     session.console.err << "overseerctl: " << printable(failure.message) << std::endl;
     switch (failure.kind) {
