@@ -232,6 +232,8 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     // ---- catalogue/query.cpp: queries, and the requests that carry them -------------------------
 
     using RequestShim = HttpSolrRequestShim<SolrCallback>;
+    /// The one HTTP status of a good answer.
+    static constexpr int kStatusOk = 200;
     /// What became of issuing a request; only an issued one completes.
     enum class RequestStart { kIssued, kAlreadyInFlight, kNoQuery, kNotSent };
     /// Sends the query for `files`, unless one of this key is in flight. Its completion has to take

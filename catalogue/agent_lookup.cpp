@@ -6,8 +6,7 @@
 
 namespace {
 
-constexpr int kStatusOk = 200;
-constexpr const char* kCore = "agents";
+constexpr const char* kAgentsCore = "agents";
 
 }  // namespace
 
@@ -30,7 +29,7 @@ void norvane_agent_driverupdate::OnCmdAutoAddAgent(const ICmdMessage& message) {
                   std::placeholders::_1, std::placeholders::_2, data);
     boost::system::error_code error;
     // The name goes into the query as it was given, without escapes and quotes.
-    switch (requestCatalogue(filename, filename, kCore, false, completion, error)) {
+    switch (requestCatalogue(filename, filename, kAgentsCore, false, completion, error)) {
         case RequestStart::kIssued:
         case RequestStart::kAlreadyInFlight:
             return;
@@ -60,7 +59,7 @@ void norvane_agent_driverupdate::autoAddAgentSolrResponse(
     const std::string& filename = std::get<2>(data);
     activeDownloads.erase(filename);
     if (!error && response.status() == kStatusOk) {
-        handleSolrResponse(response.payload(), kCore, data, true);
+        handleSolrResponse(response.payload(), kAgentsCore, data, true);
         return;
     }
     count("cloud_update_SOLR_failed", "agents");

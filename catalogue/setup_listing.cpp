@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int kStatusOk = 200;
 /// Longest file list, in characters, that still makes a URL which every server takes.
 constexpr std::size_t kLongestBatch = 1800;
 constexpr const char* kFailureNode = "get_setup_failed";

@@ -4,12 +4,6 @@
 // activeDownloads.
 #include "norvane_agent_driverupdate.h"
 
-namespace {
-
-constexpr int kStatusOk = 200;
-
-}  // namespace
-
 void norvane_agent_driverupdate::updateDrivers(const std::string& files, bool forced) {
     // The key of a request is the file list without the core: the second pass is a fallback for a
     // first one that could not go out, never a second question about the same files.

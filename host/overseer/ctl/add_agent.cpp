@@ -16,7 +16,7 @@
 namespace overseer::ctl {
 namespace {
 
-constexpr const char* kCommand = "AUTO_ADD_AGENT";
+constexpr const char* kAddCommand = "AUTO_ADD_AGENT";
 constexpr std::string_view kPackageExtension = ".nvz";
 constexpr int kHistoryLooked = 100;
 
@@ -25,10 +25,6 @@ struct Outcome {
     bool added = false;
     std::string reason;  ///< why it was not
 };
-
-Failure wrong(std::string message) {
-    return {Failure::Kind::kBroken, {}, std::move(message)};
-}
 
 /// Why a file cannot be looked up by that name; empty when it can. The lookup sends the name as it
 /// stands, within the query and within the URL.
@@ -170,7 +166,7 @@ Answered<std::optional<Outcome>> add(Session& session, const std::string& agent,
         return tl::unexpected(watch.error());
     }
     const LogTail log(session.client.root());
-    const auto sent = sendCommand(session, agent, kCommand,
+    const auto sent = sendCommand(session, agent, kAddCommand,
                                   {{"name", options.name},
                                    {"library", options.library},
                                    {"filename", file},
@@ -201,10 +197,10 @@ int addAgent(Session& session, const AddAgentOptions& options) {
     const std::string file =
         options.file.empty() ? options.name + std::string(kPackageExtension) : options.file;
     if (const std::string objection = objectionTo(file); !objection.empty()) {
-        return report(session,
-                      wrong(fmt::format("\"{}\" cannot be looked up: {}", file, objection)));
+        return report(session, failureBecause(
+                                   fmt::format("\"{}\" cannot be looked up: {}", file, objection)));
     }
-    const auto agent = chooseAgent(session, kCommand);
+    const auto agent = chooseAgent(session, kAddCommand);
     if (!agent) {
         return report(session, agent.error());
     }
@@ -213,8 +209,8 @@ int addAgent(Session& session, const AddAgentOptions& options) {
         return report(session, outcome.error());
     }
     if (*outcome && !(*outcome)->added) {
-        return report(session,
-                      wrong(fmt::format("{} was not added: {}", file, (*outcome)->reason)));
+        return report(
+            session, failureBecause(fmt::format("{} was not added: {}", file, (*outcome)->reason)));
     }
     const auto version = installedVersion(session, file);
     if (!version) {

@@ -15,20 +15,16 @@ namespace {
 
 constexpr std::size_t kMaximumParameter = std::size_t(64) << 20;
 
-Failure wrong(std::string message) {
-    return {Failure::Kind::kBroken, {}, std::move(message)};
-}
-
 Answered<std::string> readParameter(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream content;
     // Inserting nothing at all, as from an empty file, counts as a failure of `content` alone.
     if (!file || (content << file.rdbuf(), file.bad()) || std::filesystem::is_directory(path)) {
-        return tl::unexpected(wrong(path + ": cannot be read"));
+        return tl::unexpected(failureBecause(path + ": cannot be read"));
     }
     std::string text = content.str();
     if (text.size() > kMaximumParameter) {
-        return tl::unexpected(wrong(path + ": larger than 64 MB, which no command takes"));
+        return tl::unexpected(failureBecause(path + ": larger than 64 MB, which no command takes"));
     }
     return text;
 }
@@ -39,7 +35,7 @@ Answered<std::map<std::string, std::string>> readAssignments(
     for (const std::string& assignment : assignments) {
         const std::size_t sign = assignment.find('=');
         if (sign == std::string::npos || sign == 0) {
-            return tl::unexpected(wrong(fmt::format(
+            return tl::unexpected(failureBecause(fmt::format(
                 "\"{}\" is no parameter; write param=value or param=@file", assignment)));
         }
         std::string value = assignment.substr(sign + 1);

@@ -42,6 +42,10 @@ std::string joined(const std::vector<std::string>& names) {
 
 }  // namespace
 
+Failure failureBecause(std::string reason) {
+    return {Failure::Kind::kBroken, {}, std::move(reason)};
+}
+
 int report(const Session& session, const Failure& failure) {
     session.console.err << "overseerctl: " << printable(failure.message) << std::endl;
     switch (failure.kind) {

@@ -32,6 +32,9 @@ struct Session {
     bool json = false;  ///< listings for programs
 };
 
+/// A failure that the program found by itself.
+Failure failureBecause(std::string reason);
+
 /// Prints the reason on standard error. @return the exit code that belongs to it
 int report(const Session& session, const Failure& failure);
 

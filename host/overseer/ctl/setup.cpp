@@ -20,16 +20,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kCommand = "GET_SETUP";
+constexpr const char* kSetupCommand = "GET_SETUP";
 constexpr const char* kNothingInstalled = "<setup><drivers/><agents/></setup>";
 constexpr int kAttempts = 2;
 
-Failure wrong(std::string message) {
-    return {Failure::Kind::kBroken, {}, std::move(message)};
-}
-
 Failure outOfTime(std::chrono::seconds limit) {
-    return wrong(
+    return failureBecause(
         fmt::format("no listing came within {} s: an answer of the catalogue is missing, or what "
                     "is under way takes longer; --timeout waits longer",
                     limit.count()));
@@ -48,7 +44,7 @@ std::optional<Answered<std::string>> listingIn(const std::vector<std::string>& n
         }
         if (std::strcmp(root.name(), "get_setup_failed") == 0) {
             const std::string reason = root.child_value("reason");
-            return tl::unexpected(wrong(
+            return tl::unexpected(failureBecause(
                 reason.empty() ? fmt::format("{} ({}): {}; the log tells the answer's status",
                                              root.child_value("error"), root.child_value("urldb"),
                                              root.child_value("errorcode"))
@@ -66,7 +62,7 @@ Answered<std::optional<std::string>> askOnce(Session& session, const std::string
     if (!watch) {
         return tl::unexpected(watch.error());
     }
-    if (const auto sent = sendCommand(session, agent, kCommand, {}); !sent) {
+    if (const auto sent = sendCommand(session, agent, kSetupCommand, {}); !sent) {
         return tl::unexpected(sent.error());
     }
     for (;;) {
@@ -108,9 +104,9 @@ Answered<std::string> fetchListing(Session& session, const std::string& agent,
             return std::move(**listing);
         }
     }
-    return tl::unexpected(
-        wrong("the agent sent no listing, twice: runs that ask about the same files came between; "
-              "try again once `overseerctl status` shows no run"));
+    return tl::unexpected(failureBecause(
+        "the agent sent no listing, twice: runs that ask about the same files came between; "
+        "try again once `overseerctl status` shows no run"));
 }
 
 /// The installed files with their versions.
@@ -209,7 +205,7 @@ int showSetup(Session& session, const SetupOptions& options) {
         session.console.err << "overseerctl: choose one of --xml and --json\n";
         return kUsage;
     }
-    const auto agent = chooseAgent(session, kCommand);
+    const auto agent = chooseAgent(session, kSetupCommand);
     if (!agent) {
         return report(session, agent.error());
     }

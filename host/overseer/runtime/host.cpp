@@ -1,5 +1,6 @@
 #include "runtime/host.h"
 
+#include <malloc.h>
 #include <nvhost/children.h>
 #include <nvhost/environment.h>
 #include <nvhost/transport.h>
@@ -153,6 +154,8 @@ void Host::Services::becameIdle() {
         log::error(fmt::format("the last run could not be stored: {}", stored.error().message));
     }
     if (Result<> flushed = drivers.flush(); !flushed) log::error(flushed.error().message);
+    // Answers and listings may have taken many times what the host has need of between runs.
+    malloc_trim(0);
 }
 
 Result<> Host::Services::startAgents() {

@@ -36,6 +36,11 @@ bool isNestedDeeperThan(const pugi::xml_node& root, std::size_t limit) {
     return false;
 }
 
+struct LengthCounter : pugi::xml_writer {
+    std::size_t length = 0;
+    void write(const void*, std::size_t size) override { length += size; }
+};
+
 struct TextWriter : pugi::xml_writer {
     std::string text;
     void write(const void* data, std::size_t size) override {
@@ -118,12 +123,16 @@ XmlNodeIterator XmlNode::GetIterator() const {
 }
 
 std::string XmlNode::ToText(bool indented) const {
+    if (!place_) return {};
+    const unsigned int flags =
+        pugi::format_no_declaration | (indented ? pugi::format_indent : pugi::format_raw);
+    // Twice, since a text that grows as it is written takes three times its room on the way, and
+    // some are large.
+    LengthCounter counter;
+    place_.print(counter, "    ", flags, pugi::encoding_utf8);
     TextWriter writer;
-    if (place_) {
-        const unsigned int flags =
-            pugi::format_no_declaration | (indented ? pugi::format_indent : pugi::format_raw);
-        place_.print(writer, "    ", flags, pugi::encoding_utf8);
-    }
+    writer.text.reserve(counter.length);
+    place_.print(writer, "    ", flags, pugi::encoding_utf8);
     return std::move(writer.text);
 }
 
