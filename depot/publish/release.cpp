@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <limits>
@@ -69,16 +70,14 @@ std::string digestOf(const std::vector<Document>& documents) {
 }
 
 std::string releaseId(std::int64_t now, const std::string& digest, const std::string& last) {
-    for (;; ++now) {
-        const auto seconds = static_cast<std::time_t>(now);
-        std::tm parts{};
-        ::gmtime_r(&seconds, &parts);
-        std::array<char, 32> time{};
-        std::strftime(time.data(), time.size(), "%Y%m%d-%H%M%S-", &parts);
-        // By time alone, so that ids ascend whatever the digests are.
-        if (last.substr(0, 15) < std::string(time.data(), 15))
-            return time.data() + digest.substr(0, kIdDigits);
-    }
+    std::tm parts{};
+    if (isReleaseId(last) && ::strptime(last.c_str(), "%Y%m%d-%H%M%S", &parts) != nullptr)
+        now = std::max<std::int64_t>(now, ::timegm(&parts) + 1);
+    const auto seconds = static_cast<std::time_t>(now);
+    ::gmtime_r(&seconds, &parts);
+    std::array<char, 32> time{};
+    std::strftime(time.data(), time.size(), "%Y%m%d-%H%M%S-", &parts);
+    return time.data() + digest.substr(0, kIdDigits);
 }
 
 std::vector<Document> documentsOf(Core core, const std::vector<Document>& documents) {
