@@ -1,6 +1,6 @@
 // The command table, and the handlers of commands whose rooms are not built yet.
 // Entered from the host: registration once, then its dispatchers call the handlers. Leaves to the
-// handlers in agent/settings.cpp, install/ and schedule/. Writes no member.
+// handlers in agent/settings.cpp, package/, install/ and schedule/. Writes no member.
 #include "norvane_agent_driverupdate.h"
 
 #include <stdexcept>
@@ -25,10 +25,6 @@ void norvane_agent_driverupdate::RegisterCommands() {
 
 nv::XmlNode::Ptr norvane_agent_driverupdate::OnCmdGetSetup(const ICmdMessage&) {
     throw std::runtime_error("GET_SETUP is not yet available");
-}
-
-nv::XmlNode::Ptr norvane_agent_driverupdate::OnCmdEvaluate(const ICmdMessage&) {
-    throw std::runtime_error("EVALUATE_DRIVER is not yet available");
 }
 
 void norvane_agent_driverupdate::OnCmdAutoAddAgent(const ICmdMessage&) {

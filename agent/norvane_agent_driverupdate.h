@@ -15,26 +15,31 @@
 #include <utility>
 #include <vector>
 
+#include "../package/package.h"
 #include "outcome_reporting.h"
 
 // The driver-update agent: one class, one source file for each of its activities.
 //
+// clang-format off
 // Activity           | File                                 | Entered from        | Leaves to
-// -------------------+--------------------------------------+---------------------+------------------
+// -------------------+--------------------------------------+---------------------+-----------------
 // life in the host   | agent/norvane_agent_driverupdate.cpp | host                | daily events
-// commands           | agent/commands.cpp                   | host                | command
-// handlers settings           | agent/settings.cpp                   | host, commands      | daily
-// events outcome reporting  | agent/outcome_reporting.cpp          | everywhere          | host
+// commands           | agent/commands.cpp                   | host                | command handlers
+// settings           | agent/settings.cpp                   | host, commands      | daily events
+// outcome reporting  | agent/outcome_reporting.cpp          | everywhere          | host
+// package loading    | package/package_loading.cpp          | evaluation          | manifest queries
+// manifest queries   | package/manifest_queries.cpp         | loading, evaluation |
+// driver evaluation  | package/evaluation.cpp               | commands            | package loading
 // catalogue query    | catalogue/query.cpp                  | update request      | transport
 // answer             | catalogue/answer.cpp                 | update request      | installation
 // update request     | catalogue/update_request.cpp         | update run, network | query, answer
 // download           | install/download.cpp                 | installation        | transport
-// completion         | install/completion.cpp               | network             | host,
-// registration installation       | install/driver_installation.cpp      | commands, answer    |
-// download, host agent registration | install/agent_registration.cpp       | answer, completion  |
-// daily events       | schedule/auto_update_events.cpp      | life, settings      | host's
-// scheduler update run         | schedule/auto_update_run.cpp         | host, commands      |
-// update request
+// completion         | install/completion.cpp               | network             | host, registration
+// installation       | install/driver_installation.cpp      | commands, answer    | download, host
+// agent registration | install/agent_registration.cpp       | answer, completion  | host
+// daily events       | schedule/auto_update_events.cpp      | life, settings      | host's scheduler
+// update run         | schedule/auto_update_run.cpp         | host, commands      | update request
+// clang-format on
 //
 // The entry points of the plug-in (agent/entry_points.cpp) make the object and know nothing else.
 
@@ -105,6 +110,41 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
 
     void RegisterVariables() override;
 
+    // ---- package/package_loading.cpp ------------------------------------------------------------
+
+    /// Takes the manifest out of a package, by way of its extracted copy; blocks while it unpacks.
+    /// @param fileName  file in the folder of packages, or an absolute path
+    /// @param xml       the manifest as it stands in the file; left alone on failure
+    /// @return negative on failure, which is logged. What the file system refuses is thrown.
+    RESULTX loadNVZ(const std::string& fileName, std::string& xml) const;
+    /// Takes in a bare driver, which is its own manifest; the same contract.
+    /// @param fileName  file in the folder of bare drivers; ".nvi" is added where it has no
+    /// extension
+    RESULTX loadNVI(const std::string& fileName, std::string& xml) const;
+
+    // ---- package/manifest_queries.cpp -----------------------------------------------------------
+
+    /// In document order.
+    using updateProxies = std::vector<driverupdate::ManifestRecord>;
+    using updateCapabilities = std::vector<driverupdate::ManifestRecord>;
+
+    // Each asks a manifest's text; the file's name is for the log. False when the text does not
+    // parse, which is logged. Lists are appended to.
+
+    /// @return false also where no version stands; `version` is then left alone
+    bool getDriverVersion(const std::string& fileName, const std::string& manifest,
+                          int& version) const;
+    bool getDriverProxies(const std::string& fileName, const std::string& manifest,
+                          updateProxies& proxies) const;
+    bool getDriverCapabilities(const std::string& fileName, const std::string& manifest,
+                               updateCapabilities& capabilities) const;
+    /// @param restart  false where the manifest does not say
+    bool getDriverRestartAfterUpdate(const std::string& fileName, const std::string& manifest,
+                                     bool& restart) const;
+    /// The same of a manifest file; false also when it is missing or cannot be read.
+    bool getDriverProxies(const std::string& filePath, updateProxies& proxies) const;
+    bool getDriverCapabilities(const std::string& filePath, updateCapabilities& capabilities) const;
+
     // ---- catalogue/query.cpp --------------------------------------------------------------------
 
     /// URL of a catalogue query.
@@ -126,7 +166,6 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     // ---- agent/commands.cpp: commands whose rooms are not built yet -----------------------------
 
     nv::XmlNode::Ptr OnCmdGetSetup(const ICmdMessage& message);
-    nv::XmlNode::Ptr OnCmdEvaluate(const ICmdMessage& message);
     void OnCmdAutoAddAgent(const ICmdMessage& message);
 
     // ---- agent/settings.cpp ---------------------------------------------------------------------
@@ -150,6 +189,47 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     /// Sends the node `notification` with one child that holds `text`.
     void notifyUserInterfaces(const std::string& notification, const std::string& child,
                               const std::string& text);
+
+    // ---- package/package_loading.cpp ------------------------------------------------------------
+
+    struct PackagePaths;
+    /// Whether the extracted copy serves as it is.
+    bool isCopyCurrent(const std::string& fileName, const PackagePaths& paths) const;
+    /// Whether a copy that is not known to be this package's has to be kept all the same.
+    bool isCopyNewer(const std::string& fileName, const PackagePaths& paths) const;
+    static void extractPackage(const PackagePaths& paths);
+    static RESULTX readExtractedManifest(const PackagePaths& paths, std::string& xml);
+
+    // ---- package/manifest_queries.cpp: the queries, of a manifest that is parsed already --------
+
+    bool getDriverVersion(const std::string& fileName, const driverupdate::ParsedManifest& manifest,
+                          int& version) const;
+    bool getDriverProxies(const std::string& fileName, const driverupdate::ParsedManifest& manifest,
+                          updateProxies& proxies) const;
+    bool getDriverCapabilities(const std::string& fileName,
+                               const driverupdate::ParsedManifest& manifest,
+                               updateCapabilities& capabilities) const;
+    bool getDriverRestartAfterUpdate(const std::string& fileName,
+                                     const driverupdate::ParsedManifest& manifest,
+                                     bool& restart) const;
+
+    // ---- package/evaluation.cpp -----------------------------------------------------------------
+
+    struct DriverFacts;
+    nv::XmlNode::Ptr OnCmdEvaluate(const ICmdMessage& message);
+    /// @return null, with the verdict filled in, when the offer may replace the installed driver
+    const driverupdate::EvaluationFailure* evaluateOffer(
+        const driverupdate::DriverOffer& offer, const std::vector<std::string>& restartNames,
+        driverupdate::Verdict& verdict);
+    const driverupdate::EvaluationFailure* readFacts(const driverupdate::DriverOffer& offer,
+                                                     const driverupdate::ParsedManifest& installed,
+                                                     const driverupdate::ParsedManifest& offered,
+                                                     DriverFacts& installedFacts,
+                                                     DriverFacts& offeredFacts) const;
+    bool requiresRestart(const driverupdate::DriverOffer& offer,
+                         const driverupdate::ParsedManifest& offered,
+                         const DriverFacts& installedFacts, const DriverFacts& offeredFacts,
+                         const std::vector<std::string>& restartNames);
 
     // ---- catalogue/query.cpp: queries, and the requests that carry them -------------------------
 

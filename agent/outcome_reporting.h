@@ -21,7 +21,7 @@ extern const std::string kSeverityInfo;
 
 /// Prefix of the agent's metrics.
 extern const std::string kMetricNamespace;
-/// Subcategories of the agent's history records.
+/// Subcategory of history records about updates.
 extern const std::string kAutoUpdate;
 
 }  // namespace driverupdate

@@ -7,8 +7,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -86,7 +86,8 @@ std::shared_ptr<const Snapshot> Catalogue::current() const {
 
 Result<Catalogue::Listing> Catalogue::listFolder() const {
     const std::unique_ptr<DIR, FolderClose> folder(::opendir(folder_.c_str()));
-    if (!folder) return failure(folder_ + ": cannot be listed: " + std::strerror(errno));
+    if (!folder)
+        return failure(folder_ + ": cannot be listed: " + std::generic_category().message(errno));
     const int descriptor = ::dirfd(folder.get());
     Listing listing;
     while (const dirent* each = ::readdir(folder.get())) {

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <mutex>
 #include <string>
+#include <system_error>
 
 #include "depot/catalogue.h"
 #include "depot/demo.h"
@@ -71,7 +72,9 @@ Result<FileDescriptor> stopSignals() {
     FileDescriptor stop;
     if (::pthread_sigmask(SIG_BLOCK, &signals, nullptr) == 0)
         stop = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!stop) return failure(std::string("cannot wait for signals: ") + std::strerror(errno));
+    if (!stop)
+        return failure(std::string("cannot wait for signals: ") +
+                       std::generic_category().message(errno));
     return stop;
 }
 

@@ -4,7 +4,7 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 namespace depot {
 
@@ -24,7 +24,9 @@ Result<std::string> readAtMost(const FileDescriptor& file, std::size_t limit) {
         const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
         if (count == 0) return text;
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return failure(std::string("cannot be read: ") + std::strerror(errno));
+        if (count < 0)
+            return failure(std::string("cannot be read: ") +
+                           std::generic_category().message(errno));
         if (static_cast<std::size_t>(count) > limit - text.size())
             return failure("is larger than " + std::to_string(limit) + " bytes");
         text.append(buffer.data(), static_cast<std::size_t>(count));

@@ -9,7 +9,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "depot/answer.h"
 #include "depot/connection.h"
@@ -213,7 +213,8 @@ Result<void> HttpServer::run(int stop) {
     while (true) {
         std::array<pollfd, 2> watched{{{stop, POLLIN, 0}, {listening, POLLIN, 0}}};
         if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR)
-            return failure(std::string("cannot wait for connections: ") + std::strerror(errno));
+            return failure(std::string("cannot wait for connections: ") +
+                           std::generic_category().message(errno));
         if (watched[0].revents != 0) return {};
         FileDescriptor socket(::accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (socket) {
@@ -221,7 +222,8 @@ Result<void> HttpServer::run(int stop) {
         } else if (outOfDescriptors(errno)) {
             ::poll(watched.data(), 1, static_cast<int>(kPauseWithoutDescriptors.count()));
         } else if (!isPassing(errno)) {
-            return failure(std::string("cannot accept connections: ") + std::strerror(errno));
+            return failure(std::string("cannot accept connections: ") +
+                           std::generic_category().message(errno));
         }
     }
 }

@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 namespace depot {
 namespace {
@@ -41,7 +41,8 @@ Result<Listener> listenOn(const std::string& address, int port) {
         socket && ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes) == 0 &&
         ::bind(socket.get(), found->ai_addr, found->ai_addrlen) == 0 &&
         ::listen(socket.get(), kBacklog) == 0;
-    if (!listening) return failure("cannot listen on " + where + ": " + std::strerror(errno));
+    if (!listening)
+        return failure("cannot listen on " + where + ": " + std::generic_category().message(errno));
     const int bound = boundPort(socket.get());
     return Listener{std::move(socket), bound};
 }

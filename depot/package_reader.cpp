@@ -10,9 +10,9 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <pugixml.hpp>
+#include <system_error>
 #include <vector>
 
 #include "depot/file_descriptor.h"
@@ -43,7 +43,8 @@ std::string hexadecimal(const unsigned char* bytes, unsigned count) {
 
 Result<std::string> md5OfFile(const std::string& path) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file) return failure(std::string("cannot be opened: ") + std::strerror(errno));
+    if (!file)
+        return failure(std::string("cannot be opened: ") + std::generic_category().message(errno));
     const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> digest(EVP_MD_CTX_new(),
                                                                     &EVP_MD_CTX_free);
     if (!digest || EVP_DigestInit_ex(digest.get(), EVP_md5(), nullptr) != 1)
@@ -53,7 +54,9 @@ Result<std::string> md5OfFile(const std::string& path) {
         const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
         if (count == 0) break;
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return failure(std::string("cannot be read: ") + std::strerror(errno));
+        if (count < 0)
+            return failure(std::string("cannot be read: ") +
+                           std::generic_category().message(errno));
         EVP_DigestUpdate(digest.get(), buffer.data(), static_cast<std::size_t>(count));
     }
     std::array<unsigned char, EVP_MAX_MD_SIZE> sum{};
@@ -101,7 +104,8 @@ Result<std::string> manifestOfArchive(const std::string& path) {
 
 Result<std::string> manifestOfBareFile(const std::string& path) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file) return failure(std::string("cannot be opened: ") + std::strerror(errno));
+    if (!file)
+        return failure(std::string("cannot be opened: ") + std::generic_category().message(errno));
     return readAtMost(file, kManifestLimit);
 }
 

@@ -16,6 +16,9 @@ struct QueryError {
     std::string rootErrorClass = "org.apache.solr.common.SolrException";
 };
 
+/// What Solr names as the cause of a query that its parser cannot read.
+inline constexpr const char* kParseException = "org.apache.solr.parser.ParseException";
+
 template <typename Value>
 using QueryResult = tl::expected<Value, QueryError>;
 

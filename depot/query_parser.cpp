@@ -13,7 +13,6 @@ namespace depot {
 namespace {
 
 constexpr int kNestingLimit = 100;
-constexpr std::string_view kParseException = "org.apache.solr.parser.ParseException";
 constexpr std::string_view kEveryField = "*";
 
 enum class Conjunction { kNone, kAnd, kOr };
@@ -124,7 +123,7 @@ class Parser {
                 ".\nWas expecting one of:\n    <NOT> ...\n    \"+\" ...\n    \"-\" ...\n"
                 "    <BAREOPER> ...\n    \"(\" ...\n    \"*\" ...\n    <QUOTED> ...\n"
                 "    <TERM> ...\n    <WILDTERM> ...\n    ",
-            std::string(kParseException)});
+            kParseException});
     }
 
     Conjunction conjunction() {

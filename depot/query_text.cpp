@@ -5,7 +5,6 @@
 namespace depot {
 namespace {
 
-constexpr std::string_view kParseException = "org.apache.solr.parser.ParseException";
 constexpr char32_t kReplacement = 0xFFFD;
 
 bool isHighSurrogate(char32_t unit) {
@@ -28,12 +27,12 @@ QueryResult<char32_t> codeUnit(std::string_view text, std::size_t& at) {
     for (int count = 0; count < 4; ++count, ++at) {
         if (at == text.size())
             return tl::make_unexpected(
-                QueryError{"Truncated unicode escape sequence.", std::string(kParseException)});
+                QueryError{"Truncated unicode escape sequence.", kParseException});
         const int digit = hexadecimalDigit(text[at]);
         if (digit < 0)
             return tl::make_unexpected(QueryError{
                 "Non-hex character in Unicode escape sequence: " + std::string(1, text[at]),
-                std::string(kParseException)});
+                kParseException});
         unit = unit * 16 + static_cast<char32_t>(digit);
     }
     return unit;
@@ -93,8 +92,8 @@ QueryResult<std::string> withoutEscapes(std::string_view text) {
             continue;
         }
         if (++at == text.size())
-            return tl::make_unexpected(QueryError{"Term can not end with escape character.",
-                                                  std::string(kParseException)});
+            return tl::make_unexpected(
+                QueryError{"Term can not end with escape character.", kParseException});
         if (text[at] != 'u') {
             writer.character(text[at++]);
             continue;

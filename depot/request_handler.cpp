@@ -40,7 +40,7 @@ bool unchanged(const Catalogue::OpenPackage& package) {
 /// takes a mixture of two versions for a package.
 bool sendChunk(const Catalogue::OpenPackage& package, std::int64_t at, std::size_t length,
                httplib::DataSink& sink) {
-    std::array<char, kChunk> buffer;
+    std::array<char, kChunk> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
     const std::size_t wanted = std::min(length, buffer.size());
     const ssize_t count = ::pread(package.file.get(), buffer.data(), wanted, at);
     if (count < 0 && errno == EINTR) return true;

@@ -3,9 +3,9 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "depot/file_descriptor.h"
 #include "depot/unicode.h"
@@ -15,7 +15,7 @@ namespace {
 
 using Json = nlohmann::json;
 constexpr std::size_t kSidecarLimit = 64 * 1024;
-constexpr int kNestingLimit = 8;
+constexpr int kSidecarNesting = 8;
 
 tl::unexpected<Error> wrongType(const std::string& member, const char* expected) {
     return failure("\"" + member + "\" must be " + expected);
@@ -60,7 +60,7 @@ Result<void> takeMember(const std::string& member, const Json& value, Document& 
 bool nestingIsBounded(int depth, Json::parse_event_t event, Json&) {
     const bool opens =
         event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
-    return !(opens && depth > kNestingLimit);
+    return !(opens && depth > kSidecarNesting);
 }
 
 }  // namespace
@@ -78,7 +78,8 @@ Result<void> readSidecar(std::string_view text, Document& document) {
 Result<void> readSidecarFile(const std::string& path, Document& document) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file && errno == ENOENT) return {};
-    if (!file) return failure(std::string("cannot be opened: ") + std::strerror(errno));
+    if (!file)
+        return failure(std::string("cannot be opened: ") + std::generic_category().message(errno));
     const auto text = readAtMost(file, kSidecarLimit);
     if (!text) return tl::make_unexpected(text.error());
     return readSidecar(*text, document);

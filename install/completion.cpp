@@ -12,6 +12,7 @@
 #include "norvane_agent_driverupdate.h"
 
 namespace fs = boost::filesystem;
+using driverupdate::isPresent;
 
 /// An outcome that ends a download before the host is asked; every text is followed by the name.
 struct norvane_agent_driverupdate::FailedDownload {
@@ -42,12 +43,6 @@ const norvane_agent_driverupdate::FailedDownload norvane_agent_driverupdate::kDo
 
 namespace {
 
-bool isPresent(const fs::path& path) {
-    boost::system::error_code ignored;
-    const fs::file_type type = fs::status(path, ignored).type();
-    return type != fs::status_error && type != fs::file_not_found;
-}
-
 /// Empties the folder and unpacks the package into it; left empty when that fails.
 void unpack(const fs::path& package, const fs::path& folder) {
     boost::system::error_code ignored;
@@ -71,12 +66,11 @@ std::string driverupdate::GetMD5Checksum(const std::string& path) {
     return checksum;
 }
 
-void norvane_agent_driverupdate::onDone(nv::Curl::Transfer::Ptr, const nv::Curl::Code& code,
-                                        std::string& filename, std::string& tempFolder,
-                                        const std::string& md5sum,
-                                        boost::shared_ptr<std::ofstream>& out,
-                                        std::uint64_t startMilliseconds,
-                                        const add_agent_data_tuple_type& agentData) {
+void norvane_agent_driverupdate::onDone(
+    nv::Curl::Transfer::Ptr,  // NOLINT(performance-unnecessary-value-param)
+    const nv::Curl::Code& code, std::string& filename, std::string& tempFolder,
+    const std::string& md5sum, boost::shared_ptr<std::ofstream>& out,
+    std::uint64_t startMilliseconds, const add_agent_data_tuple_type& agentData) {
     DRIVERUPDATE_DEBUG(
         "agent_driverupdate: Finished downloading file: {}, Curl Code: {}, tempPath: {}", filename,
         code.toString(), tempFolder);

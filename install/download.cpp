@@ -21,7 +21,7 @@ namespace {
 /// fails to open and the completion finds the download missing.
 fs::path makeTemporaryFolder() {
     boost::system::error_code ignored;
-    const fs::path folder =
+    fs::path folder =
         fs::temp_directory_path(ignored) / fs::unique_path("%%%%-%%%%-%%%%-%%%%", ignored);
     fs::create_directory(folder, ignored);
     return folder;
@@ -88,9 +88,9 @@ bool norvane_agent_driverupdate::downloadDriver(std::string currentDriverPath,
     return true;
 }
 
-bool norvane_agent_driverupdate::onData(nv::Curl::Transfer::Ptr,
-                                        const boost::asio::const_buffer& data,
-                                        boost::shared_ptr<std::ofstream>& out) {
+bool norvane_agent_driverupdate::onData(
+    nv::Curl::Transfer::Ptr,  // NOLINT(performance-unnecessary-value-param)
+    const boost::asio::const_buffer& data, boost::shared_ptr<std::ofstream>& out) {
     // The result carries on whatever became of the bytes: the checksum has the last word.
     out->write(static_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
     return false;

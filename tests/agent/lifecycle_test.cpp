@@ -57,7 +57,6 @@ TEST(Lifecycle, WhatIsNotBuiltYetSaysSo) {
     AgentSession session;
     session.start();
     EXPECT_THROW(session.ask("GET_SETUP"), std::runtime_error);
-    EXPECT_THROW(session.ask("EVALUATE_DRIVER"), std::runtime_error);
     EXPECT_THROW(session.command("AUTO_ADD_AGENT"), std::runtime_error);
 }
 

@@ -4,6 +4,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "agent_session.h"
+#include "package_builder.h"
 
 namespace {
 
@@ -93,7 +94,7 @@ TEST(Download, WithoutATemporaryFolderFailsAtItsEnd) {
     AgentSession session;
     boost::filesystem::remove_all(session.temporary);
     support::writeFile(session.temporary, "in the way");
-    offer(session, "a.nvz");
+    offer(session, "a.nvz", support::md5Of("content"));
     ASSERT_EQ(session.transport->transfers().size(), 2U);
     session.answer(1, 200, "content");
     EXPECT_TRUE(session.journal.has("variable 1000 = Driver update failed (md5 mismatch): a.nvz"));

@@ -121,6 +121,15 @@ TEST_F(DailyEvents, OfAnEarlierNameAreRenamedAndKept) {
     EXPECT_TRUE(session.journal.has("message 0 Starting scheduled Forced Auto Update..."));
 }
 
+TEST_F(DailyEvents, OfTheEarlierForcedNameAloneAreNotTakenForForced) {
+    const auto forced = session.host.scheduler.put(kEarlierForced);
+    session.host.scheduler.failRenames();
+    EXPECT_THROW(session.operations().LateInitialize(), std::runtime_error);
+    session.operations().OnSchedulerEvent(forced);
+    EXPECT_THAT(session.journal.only({"message"}),
+                ElementsAre("message 0 Starting scheduled Auto Update..."));
+}
+
 TEST_F(DailyEvents, FireDailyWithoutEndAndCarryTheAgentsDevice) {
     session.operations().LateInitialize();
     EXPECT_EQ(entry(1).info().name(), kNormal);

@@ -81,6 +81,12 @@ void RecordingHost::AddAgentFileNames(std::set<std::string>& names) const {
     names.insert(agentFiles.begin(), agentFiles.end());
 }
 
+std::vector<std::uint32_t> RecordingHost::GetDeviceIds(const std::string& fileName) const {
+    journal_.add("device ids " + fileName);
+    const auto found = deviceIds.find(fileName);
+    return found == deviceIds.end() ? std::vector<std::uint32_t>() : found->second;
+}
+
 IInstance* RecordingHost::GetInstance(const std::string& guid) {
     return hasScheduler && guid == "3A7C51E2-94B0-4d1e-A6F3-7B2C90D84E15" ? &scheduler : nullptr;
 }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "journal.h"
 #include "recording_scheduler.h"
@@ -19,11 +20,12 @@ namespace support {
 ///   "add variable ID NAME TYPE VALUE FLAG FLAG DESCRIPTION", "variable ID = VALUE",
 ///   "remove variable ID", "history TEXT | CATEGORY | SUBCATEGORY | RESULT", "notify XML",
 ///   "count NAMESPACE NAME TAG", "plain count NAMESPACE NAME VALUE RATE", "listen EMITTER EVENT",
-///   "installed version NAME", "version document", "update NAME", "restart", "message SEVERITY
-///   TEXT"
+///   "installed version NAME", "device ids NAME", "version document", "update NAME", "restart",
+///   "message SEVERITY TEXT"
 class RecordingHost : public IDriverHost,
                       public IOverseer,
                       public IProject,
+                      public IDeviceRegistry,
                       public IConfigManager,
                       public IInstanceManager,
                       public IStatsdClient {
@@ -33,9 +35,10 @@ class RecordingHost : public IDriverHost,
     RecordingHost(Journal& journal, boost::asio::io_context& context);
 
     // What a test sets.
-    std::set<std::string> driverFiles;             ///< of the project's devices
-    std::set<std::string> agentFiles;              ///< of the packaged agents
-    std::map<std::string, int> installedVersions;  ///< others are 0
+    std::set<std::string> driverFiles;                            ///< of the project's devices
+    std::set<std::string> agentFiles;                             ///< of the packaged agents
+    std::map<std::string, std::vector<std::uint32_t>> deviceIds;  ///< by file; others have none
+    std::map<std::string, int> installedVersions;                 ///< others are 0
     std::string versionDocument =
         R"(<versions><version name="Overseer" version="3.4.0"/></versions>)";
     std::set<std::string> refusedUpdates;  ///< files whose update the host refuses
@@ -62,6 +65,7 @@ class RecordingHost : public IDriverHost,
     // IOverseer
     boost::asio::io_context& GetDeviceIoContext(std::uint32_t deviceId) override;
     IProject& GetProject() override { return *this; }
+    IDeviceRegistry& GetDeviceRegistry() override { return *this; }
     int GetInstalledVersion(const std::string& fileName) override;
     std::string GetVersionDocument() override;
     RESULTX UpdateDriver(const std::string& fileName) override;
@@ -71,6 +75,9 @@ class RecordingHost : public IDriverHost,
     // IProject
     void AddDriverFileNames(std::set<std::string>& names) const override;
     void AddAgentFileNames(std::set<std::string>& names) const override;
+
+    // IDeviceRegistry
+    std::vector<std::uint32_t> GetDeviceIds(const std::string& fileName) const override;
 
     // IConfigManager
     std::string GetPackagedDriverFolder() const override { return packagedFolder; }

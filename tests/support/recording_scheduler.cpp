@@ -1,5 +1,7 @@
 #include "recording_scheduler.h"
 
+#include <stdexcept>
+
 namespace support {
 
 std::uint32_t RecordingScheduler::FindEventId(const std::string& name) const {
@@ -12,6 +14,7 @@ std::uint32_t RecordingScheduler::FindEventId(const std::string& name) const {
 
 bool RecordingScheduler::RenameEvent(std::uint32_t eventId, const std::string& name) {
     journal_.add("rename event " + std::to_string(eventId) + " " + name);
+    if (failRenames_) throw std::runtime_error("the schedule is damaged");
     const auto found = names_.find(eventId);
     if (found == names_.end()) return false;
     found->second = name;

@@ -26,6 +26,8 @@ class RecordingScheduler : public nv::scheduler::IScheduler {
     std::uint32_t put(const std::string& name);
     void remove(std::uint32_t eventId) { names_.erase(eventId); }
     void refuseEntries(bool refuse) { refuseEntries_ = refuse; }
+    /// Renaming throws from now on.
+    void failRenames() { failRenames_ = true; }
     const std::map<std::uint32_t, std::string>& names() const { return names_; }
     const std::map<std::uint32_t, Entry>& added() const { return added_; }
 
@@ -35,6 +37,7 @@ class RecordingScheduler : public nv::scheduler::IScheduler {
     std::map<std::uint32_t, Entry> added_;
     std::uint32_t nextId_ = 1;
     bool refuseEntries_ = false;
+    bool failRenames_ = false;
 };
 
 }  // namespace support

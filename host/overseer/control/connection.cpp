@@ -61,6 +61,7 @@ class HttpConnection : public Connection, public std::enable_shared_from_this<Ht
 
     const Limits& limits() const { return surroundings_.limits; }
     void within(std::chrono::milliseconds limit, Step expired);
+    void untimed();
     void write(std::string text, Step next);
 
     void readHead();
@@ -109,6 +110,11 @@ void HttpConnection::within(std::chrono::milliseconds limit, Step expired) {
             (self.get()->*expired)();
         }
     });
+}
+
+void HttpConnection::untimed() {
+    ++timing_;
+    timer_.cancel();
 }
 
 void HttpConnection::write(std::string text, Step next) {
@@ -210,7 +216,7 @@ void HttpConnection::ask() {
     }
     request->body = std::move(message.body());
     state_ = State::kAsking;
-    ++timing_;
+    untimed();
     watchPeer();
     surroundings_.passage->toServices([passage = surroundings_.passage, weak = weak_from_this(),
                                        exchange = ++exchange_, request](ServiceDesk& desk) {
@@ -244,10 +250,8 @@ void HttpConnection::look() {
     surroundings_.passage->toServices([passage = surroundings_.passage, weak = weak_from_this(),
                                        exchange = ++exchange_, wait = wait_,
                                        lastLook](ServiceDesk& desk) {
-        auto found = std::make_shared<std::optional<Response>>(wait->ready(desk.services()));
-        if (!*found && lastLook) {
-            *found = wait->expired(desk.services());
-        }
+        auto found =
+            std::make_shared<std::optional<Response>>(lookAt(*wait, desk.services(), lastLook));
         passage->toServer([weak, exchange, found] {
             const auto self = weak.lock();
             if (!self || exchange != self->exchange_ || self->state_ != State::kAsking) {
@@ -302,7 +306,7 @@ void HttpConnection::nextPage() {
         return;
     }
     state_ = State::kLevel;
-    ++timing_;
+    untimed();
     surroundings_.passage->toServices([passage = surroundings_.passage, weak = weak_from_this(),
                                        exchange = ++exchange_,
                                        next = cursor_->next()](ServiceDesk& desk) {
@@ -336,8 +340,12 @@ void HttpConnection::endStream() {
 void HttpConnection::linger() {
     // Closing with bytes unread would reset the connection under the answer: what the peer still
     // sends is read and dropped, until it closes or its time is up.
-    state_ = State::kLingering;
     ErrorCode ignored;
+    if (parser_->is_done() && socket_.available(ignored) == 0) {
+        abandon();
+        return;
+    }
+    state_ = State::kLingering;
     socket_.shutdown(Socket::shutdown_send, ignored);
     within(limits().farewell, &HttpConnection::abandon);
     buffer_.clear();

@@ -20,17 +20,18 @@ bool isSet(const Request& request, const std::string& name) {
     return given != request.query.end() && given->second != "0" && given->second != "false";
 }
 
-/// Where a subscriber begins: at the number it asks for, behind the last event that its browser
-/// saw, else with what comes next.
+/// Where a subscriber begins: at the number it asks for (0: the oldest kept), behind the last event
+/// that its browser saw, else with what comes next.
 Result<std::uint64_t> beginningOf(const Call& call) {
-    const std::uint64_t next = call.services.notifications(0, 0).newest + 1;
+    const NotificationPage none = call.services.notifications(0, 0);
     if (!call.request.lastEventId.empty()) {
         Request seen;
         seen.query["Last-Event-ID"] = call.request.lastEventId;
         const auto number = queryNumber(seen, "Last-Event-ID", 0, kAnyNumber);
         return number ? Result<std::uint64_t>(*number + 1) : number;
     }
-    return queryNumber(call.request, "from", next, kAnyNumber);
+    const auto from = queryNumber(call.request, "from", none.newest + 1, kAnyNumber);
+    return from && *from == 0 ? Result<std::uint64_t>(none.oldest) : from;
 }
 
 Answer followNotifications(const Call& call) {

@@ -107,6 +107,15 @@ Answer answer(ControlServices& services, const Request& request) {
     }
 }
 
+std::optional<Response> lookAt(const Wait& wait, ControlServices& services, bool last) {
+    try {
+        std::optional<Response> found = wait.ready(services);
+        return found || !last ? found : wait.expired(services);
+    } catch (const std::exception& error) {
+        return refusal(500, "internal", error.what());
+    }
+}
+
 Response jsonResponse(const Json& json, unsigned int status) {
     return {status, "application/json", toLine(json) + "\n", {}};
 }

@@ -31,4 +31,8 @@ using Answer = std::variant<Response, Wait, Follow>;
 /// answered as an internal error.
 Answer answer(ControlServices& services, const Request& request);
 
+/// Whether what is waited for is there: the answer then, and at the last look in any case. I/O
+/// thread; what is thrown is answered as above.
+std::optional<Response> lookAt(const Wait& wait, ControlServices& services, bool last);
+
 }  // namespace overseer::control

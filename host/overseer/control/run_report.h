@@ -39,7 +39,7 @@ enum class RunKind { kNormal, kForced };
 
 /// The current or the last run of an agent.
 struct RunReport {
-    std::uint64_t id = 0;
+    std::uint64_t id = 0;  ///< tells the runs of an agent apart; its start in milliseconds will do
     RunKind kind = RunKind::kNormal;
     Instant started{};
     std::optional<Instant> finished;  ///< nothing while it runs

@@ -11,8 +11,8 @@
 #include <boost/asio/steady_timer.hpp>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <map>
+#include <system_error>
 #include <thread>
 
 #include "control/connection.h"
@@ -66,10 +66,12 @@ bool belongsToOwner(int socket) {
 Result<> prepare(const std::string& path) {
     const std::string folder = path.substr(0, path.rfind('/'));
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-        return failure("{}: cannot make the folder: {}", folder, std::strerror(errno));
+        return failure("{}: cannot make the folder: {}", folder,
+                       std::generic_category().message(errno));
     }
     if (chmod(folder.c_str(), 0700) != 0) {
-        return failure("{}: cannot close the folder to others: {}", folder, std::strerror(errno));
+        return failure("{}: cannot close the folder to others: {}", folder,
+                       std::generic_category().message(errno));
     }
     struct stat found {};
     if (lstat(path.c_str(), &found) != 0) {
@@ -79,7 +81,8 @@ Result<> prepare(const std::string& path) {
         return failure("{}: something that is no socket lies there; move it away", path);
     }
     if (unlink(path.c_str()) != 0) {
-        return failure("{}: cannot remove the old socket: {}", path, std::strerror(errno));
+        return failure("{}: cannot remove the old socket: {}", path,
+                       std::generic_category().message(errno));
     }
     return {};
 }
@@ -106,7 +109,7 @@ class Server::Listener {
   private:
     struct Peer {
         std::shared_ptr<Connection> connection;
-        bool served;
+        bool served = false;
     };
 
     void accept();

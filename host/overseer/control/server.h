@@ -18,7 +18,8 @@ namespace overseer::control {
 class Server {
   public:
     /// Listens from here on. A socket file that an earlier process left is removed, so the caller
-    /// holds the root's lock; the folder is made where it is missing, open to its owner only.
+    /// holds the root's lock; the folder is made where it is missing, open to its owner only. On
+    /// the I/O thread, or before its loop runs.
     /// @param loop  the I/O thread's; it and `services` outlive the server
     static Result<std::unique_ptr<Server>> start(const std::string& socketPath,
                                                  ControlServices& services,

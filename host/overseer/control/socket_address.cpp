@@ -4,7 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace overseer::control {
@@ -16,7 +16,8 @@ Result<SocketAddress> SocketAddress::of(const std::string& path) {
     const std::string folder = path.substr(0, path.rfind('/'));
     const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) {
-        return failure("{}: cannot open the folder: {}", folder, std::strerror(errno));
+        return failure("{}: cannot open the folder: {}", folder,
+                       std::generic_category().message(errno));
     }
     return SocketAddress(fmt::format("/proc/self/fd/{}{}", descriptor, path.substr(folder.size())),
                          descriptor);

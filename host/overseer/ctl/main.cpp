@@ -8,7 +8,7 @@
 int main(int count, char** values) {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     const bool terminal = isatty(STDOUT_FILENO) != 0;
-    const char* noColour = std::getenv("NO_COLOR");
+    const char* noColour = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe)
     const bool colourWanted = noColour == nullptr || *noColour == '\0';
     overseer::ctl::Console console{std::cin,
                                    std::cout,

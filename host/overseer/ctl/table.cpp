@@ -47,7 +47,8 @@ std::size_t displayWidth(std::string_view text) {
     std::mbstate_t state{};
     while (!text.empty()) {
         wchar_t character = 0;
-        const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
+        const std::size_t length = std::mbrtowc(  // NOLINT(concurrency-mt-unsafe)
+            &character, text.data(), text.size(), &state);
         if (length == 0 || length > text.size()) {
             state = {};
             text.remove_prefix(1);

@@ -74,7 +74,7 @@ Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occa
     if (found && *found) record = **found;
     record.fileName = fileName;
 
-    const Result<AppliedDriver> applied =
+    Result<AppliedDriver> applied =
         found ? attempt(fileName, occasion, record)
               : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
     if (applied) return applied;
@@ -189,7 +189,6 @@ Result<> DriverApplication::writeChecksum(const std::string& fileName, const std
 
 Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const std::string& md5,
                                      int version, DriverRecord& record) {
-    const DriverRecord before = record;
     DriverRecord after = record;
     after.version = version;
     const Result<> kept = kept_.keep(file, md5, after);
@@ -200,7 +199,7 @@ Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const
     }
     after.checkedSize = kept ? stamp.size : 0;
     after.checkedNanoseconds = kept ? stamp.nanoseconds : 0;
-    if (isSame(before, after)) return {};
+    if (isSame(record, after)) return {};
     unflushed_ = true;
     return ledger_.store(after);
 }

@@ -25,7 +25,7 @@ struct ProjectEntry {
 
 /// The controller's project: an XML file that a person can read and write, whose comments stay.
 /// I/O thread only.
-class Project : public IProject {
+class Project : public IProject, public IDeviceRegistry {
   public:
     /// Fails with file, line and column where the file cannot be understood; it is never changed
     /// then.
@@ -50,6 +50,9 @@ class Project : public IProject {
 
     void AddDriverFileNames(std::set<std::string>& names) const override;
     void AddAgentFileNames(std::set<std::string>& names) const override;
+    std::vector<std::uint32_t> GetDeviceIds(const std::string& fileName) const override {
+        return deviceIds(fileName);
+    }
 
   private:
     Project(boost::filesystem::path file, std::unique_ptr<pugi::xml_document> document);

@@ -77,7 +77,7 @@ Result<> linkInPlace(const path& source, const path& target) {
         ::link(source.c_str(), sibling.c_str()) != 0) {
         return copyInPlace(source, target);
     }
-    const Result<> renamed = renameOver(sibling, target);
+    Result<> renamed = renameOver(sibling, target);
     // Renaming one name of a file over another does nothing and leaves both.
     ::unlink(sibling.c_str());
     return renamed;

@@ -56,10 +56,7 @@ Result<> DriverDesk::checkAll() {
 RESULTX DriverDesk::update(const std::string& fileName) {
     const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kUpdate);
     if (applied) return 0;
-    log::error(
-        fmt::format("driver {} was not applied: {}; `overseerctl restore {}` puts the last "
-                    "good file back",
-                    fileName, applied.error().message, fileName));
+    log::error("driver not applied: " + applied.error().message);
     return kRefused;
 }
 

@@ -49,7 +49,7 @@ class Instances : public IInstanceManager {
 
 /// Everything, in the order in which it is made; taken down in the reverse order.
 struct Host::Services {
-    Services(const Configuration& settings, const ControllerRoot& folder,
+    Services(const Configuration& chosen, const ControllerRoot& folder,
              std::unique_ptr<HostState> opened);
 
     Result<> startAgents();

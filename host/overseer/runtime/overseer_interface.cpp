@@ -20,6 +20,10 @@ IProject& OverseerInterface::GetProject() {
     return surroundings_.project;
 }
 
+IDeviceRegistry& OverseerInterface::GetDeviceRegistry() {
+    return surroundings_.project;
+}
+
 int OverseerInterface::GetInstalledVersion(const std::string& fileName) {
     return surroundings_.drivers.installedVersion(fileName);
 }

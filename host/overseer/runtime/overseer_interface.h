@@ -27,6 +27,7 @@ class OverseerInterface : public IOverseer {
 
     boost::asio::io_context& GetDeviceIoContext(std::uint32_t deviceId) override;
     IProject& GetProject() override;
+    IDeviceRegistry& GetDeviceRegistry() override;
     int GetInstalledVersion(const std::string& fileName) override;
     std::string GetVersionDocument() override;
     RESULTX UpdateDriver(const std::string& fileName) override;

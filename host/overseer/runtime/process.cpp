@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace overseer::process {
@@ -48,6 +49,7 @@ SignalWaiter::SignalWaiter(std::function<void(int signal)> stop)
 
 SignalWaiter::~SignalWaiter() {
     done_ = true;
+    // Blocked there, so it ends the wait and nothing else. NOLINTNEXTLINE(bugprone-bad-signal*)
     pthread_kill(thread_.native_handle(), SIGTERM);
     thread_.join();
 }
@@ -82,7 +84,7 @@ Error restartInPlace(const std::string& program, const std::vector<std::string>&
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
     execv(program.c_str(), pointers.data());
     return Error{"the host cannot start itself again from " + program + ": " +
-                 std::strerror(errno)};  // NOLINT(concurrency-mt-unsafe): no other thread is left
+                 std::generic_category().message(errno)};
 }
 
 }  // namespace overseer::process

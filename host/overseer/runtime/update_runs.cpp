@@ -59,7 +59,10 @@ Result<> UpdateRuns::start(HostedAgent& agent, bool forced) {
         about(agent, false);
         Result<std::optional<std::string>> started = agent.runCommand(std::string(kCommand), {});
         surroundings_.idle.workMayHaveStarted();
-        if (!started) return tl::unexpected(started.error());
+        if (!started) {
+            surroundings_.journal.runFailed(agent.name(), started.error().message);
+            return tl::unexpected(started.error());
+        }
         return {};
     }
     const std::uint32_t eventId = surroundings_.scheduler.FindEventId(kForcedDailyEvent);

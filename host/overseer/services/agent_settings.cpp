@@ -1,8 +1,17 @@
 #include "services/agent_settings.h"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <exception>
 
 namespace overseer {
+namespace {
+
+/// A carriage return that is not written as a reference reads back as a line feed.
+std::string textOf(const nv::XmlNode& node) {
+    return boost::replace_all_copy(node.ToText(true), "\r", "&#13;");
+}
+
+}  // namespace
 
 Result<nv::XmlNode::Ptr> AgentSettings::restore(const std::string& agent) {
     const Result<std::string> xml = stored(agent);
@@ -16,7 +25,7 @@ Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& ope
         if (!operations.GetPersistState()) return {};
         const nv::XmlNode::Ptr node = operations.GetPersistData();
         if (!node || node->IsEmpty()) return {};
-        xml = node->ToText(true);
+        xml = textOf(*node);
     } catch (const std::exception& thrown) {
         return failure("{} threw when it was asked for its settings: {}", agent, thrown.what());
     } catch (...) {

@@ -10,7 +10,7 @@ namespace {
 namespace gregorian = boost::gregorian;
 namespace posix_time = boost::posix_time;
 
-constexpr std::time_t kDay = 24 * 60 * 60;
+constexpr std::time_t kDay = std::time_t{24} * 60 * 60;
 
 /// The wall clock's reading as if it were UTC, in seconds since the epoch.
 std::time_t wallSeconds(std::time_t instant) {

@@ -15,8 +15,8 @@ log4cplus::LogLevel levelOf(int severity) {
 }  // namespace
 
 void Messages::show(const std::string& agent, const std::string& text, int severity) {
-    log4cplus::Logger::getRoot().log(levelOf(severity), agent + ": " + text, __FILE__, __LINE__,
-                                     static_cast<const char*>(__func__));
+    log4cplus::Logger::getRoot().log(levelOf(severity), agent.empty() ? text : agent + ": " + text,
+                                     __FILE__, __LINE__, static_cast<const char*>(__func__));
     const nv::XmlNode::Ptr message = nv::CreateXmlNode("host_message", "");
     message->AddChild("text", text);
     message->AddChild("severity", std::to_string(severity));

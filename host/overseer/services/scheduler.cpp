@@ -1,5 +1,8 @@
 #include "services/scheduler.h"
 
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
 #include <algorithm>
 #include <boost/date_time/gregorian/gregorian_types.hpp>
 #include <utility>
@@ -36,7 +39,7 @@ Result<> Scheduler::start() {
     lastWall_ = surroundings_.clock->wallTime();
     lastSteady_ = surroundings_.clock->steadyTime();
     running_ = true;
-    planAll();
+    planAll(true);
     arm();
     return {};
 }
@@ -58,7 +61,10 @@ bool Scheduler::RenameEvent(std::uint32_t eventId, const std::string& name) {
     if (found == entries_.end()) return false;
     StoredScheduleEntry renamed = found->second.stored;
     renamed.name = name;
-    if (!surroundings_.store.update(renamed)) return false;
+    if (auto stored = surroundings_.store.update(renamed); !stored) {
+        LOG4CPLUS_ERROR(log4cplus::Logger::getRoot(), "scheduler: " << stored.error().message);
+        return false;
+    }
     found->second.stored = std::move(renamed);
     return true;
 }
@@ -76,7 +82,10 @@ std::uint32_t Scheduler::AddEntry(const boost::shared_ptr<schedule_entry>& entry
     added.stored.start = daily->start();
     added.stored.end = daily->end();
     const Result<std::uint32_t> id = surroundings_.store.add(added.stored);
-    if (!id) return 0;
+    if (!id) {
+        LOG4CPLUS_ERROR(log4cplus::Logger::getRoot(), "scheduler: " << id.error().message);
+        return 0;
+    }
     added.stored.id = *id;
     plan(added, surroundings_.clock->wallTime().tv_sec);
     entries_[*id] = std::move(added);
@@ -143,8 +152,10 @@ std::vector<ScheduleListing> Scheduler::list(bool withHidden) const {
     return listing;
 }
 
-void Scheduler::planAll() {
-    for (auto& [id, entry] : entries_) plan(entry, surroundings_.clock->wallTime().tv_sec);
+void Scheduler::planAll(bool dueOnesToo) {
+    const std::time_t now = surroundings_.clock->wallTime().tv_sec;
+    for (auto& [id, entry] : entries_)
+        if (dueOnesToo || !entry.next || entry.next->instant > now) plan(entry, now);
 }
 
 void Scheduler::plan(Entry& entry, std::time_t after) {

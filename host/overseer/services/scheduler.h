@@ -30,7 +30,7 @@ struct ScheduleListing {
     std::optional<UtcMilliseconds> lastDelivery;  ///< none when it was never delivered
     unsigned int intervalDays = 1;
     std::vector<std::uint32_t> listeners;  ///< device ids
-    bool waiting = false;  ///< due, and held back by the gap or a busy network
+    bool waiting = false;                  ///< due, and held back by the gap or a busy network
 };
 
 /// The host's schedule: entries that survive restarts, listeners that register anew each time.
@@ -103,16 +103,16 @@ class Scheduler : public nv::scheduler::IScheduler {
     };
     /// A delivery that is due and was not made yet.
     struct Pending {
-        std::time_t instant;
-        std::uint32_t eventId;
-        std::uint32_t deviceId;
+        std::time_t instant = 0;
+        std::uint32_t eventId = 0;
+        std::uint32_t deviceId = 0;
         boost::gregorian::date date;
         std::chrono::steady_clock::time_point dueSince;
     };
 
     void step();
     void followClock();
-    void planAll();
+    void planAll(bool dueOnesToo);
     void plan(Entry& entry, std::time_t after);
     void collectDue();
     void enqueue(const Entry& entry, const local_time::Occurrence& occurrence);

@@ -41,9 +41,9 @@ void Scheduler::followClock() {
         between(lastWall_, wall) - std::chrono::duration_cast<milliseconds>(steady - lastSteady_);
     lastWall_ = wall;
     lastSteady_ = steady;
-    // What the clock jumped over is not made up, and what it goes back over is planned again. A
-    // loop that was late without a jump still delivers what came due meanwhile.
-    if (jump > kClockTolerance || jump < -kClockTolerance) planAll();
+    // Everything is planned anew, since the zone may have changed. What the clock jumped over is
+    // not made up; a loop that was late without a jump still delivers what came due meanwhile.
+    planAll(jump > kClockTolerance || jump < -kClockTolerance);
 }
 
 void Scheduler::collectDue() {

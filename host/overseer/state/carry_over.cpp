@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <boost/filesystem/operations.hpp>
 #include <pugixml.hpp>
 #include <vector>
 
@@ -17,10 +18,17 @@ constexpr std::size_t kMostRows = 1'000'000;
 
 enum class Ending { kComplete, kTorn };
 
+void closeConnection(sqlite3* connection) {
+    sqlite3_close_v2(connection);
+}
+
 Connection openReadOnly(const boost::filesystem::path& file) {
     sqlite3* opened = nullptr;
+    boost::system::error_code error;
+    // Beside an empty file SQLite would remove the log, which is to be set aside with it.
+    if (boost::filesystem::file_size(file, error) == 0 || error) return {nullptr, closeConnection};
     const int code = sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READONLY, nullptr);
-    Connection connection(opened, [](sqlite3* closing) { sqlite3_close_v2(closing); });
+    Connection connection(opened, closeConnection);
     if (code != SQLITE_OK) connection.reset();
     return connection;
 }
@@ -129,7 +137,7 @@ Result<std::string> carryOver(const boost::filesystem::path& damaged,
     if (const Connection source = openReadOnly(damaged)) summary = copyTables(source.get(), fresh);
     if (!summary) return summary;
     if (auto removed = removeTornNodes(fresh); !removed) return tl::unexpected(removed.error());
-    const Result<std::string> restored = restoreCopies(copies, fresh);
+    Result<std::string> restored = restoreCopies(copies, fresh);
     if (!restored) return restored;
     if (auto committed = transaction->commit(); !committed)
         return tl::unexpected(committed.error());

@@ -76,7 +76,7 @@ Result<Finding> examineOpened(sqlite3* connection, const fs::path& file) {
     if (sqlite3_db_readonly(connection, "main") == 1)
         return failure("{} may not be written; check its owner and mode", file.string());
     if (*integrity != "ok") return Finding{Condition::kDamaged, *integrity};
-    const Result<Finding> tables = examineTables(connection, file);
+    Result<Finding> tables = examineTables(connection, file);
     if (!tables || tables->condition != Condition::kSound) return tables;
     if (auto writable = execute(connection, "BEGIN IMMEDIATE; ROLLBACK"); !writable)
         return judge(connection, writable.error());

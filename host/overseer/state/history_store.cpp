@@ -7,7 +7,7 @@
 namespace overseer {
 namespace {
 
-constexpr const char* kSelect =
+constexpr const char* kSelectHistory =
     "SELECT id, time, agent, text, category, subcategory, result FROM history ";
 
 Result<std::vector<HistoryRecord>> readAll(Statement& rows) {
@@ -56,8 +56,8 @@ Result<> HistoryStore::prune(const std::string& agent) {
 }
 
 Result<std::vector<HistoryRecord>> HistoryStore::since(std::int64_t id, std::size_t limit) {
-    auto statement = Statement::prepare(database_.relaxed(),
-                                        std::string(kSelect) + "WHERE id>? ORDER BY id LIMIT ?");
+    auto statement = Statement::prepare(
+        database_.relaxed(), std::string(kSelectHistory) + "WHERE id>? ORDER BY id LIMIT ?");
     if (!statement) return tl::unexpected(statement.error());
     return readAll(statement->add(id).add(asLimit(limit)));
 }
@@ -65,8 +65,8 @@ Result<std::vector<HistoryRecord>> HistoryStore::since(std::int64_t id, std::siz
 Result<std::vector<HistoryRecord>> HistoryStore::last(std::size_t count, const std::string& agent) {
     auto statement = Statement::prepare(
         database_.relaxed(),
-        std::string(kSelect) + (agent.empty() ? "ORDER BY id DESC LIMIT ?1"
-                                              : "WHERE agent=?2 ORDER BY id DESC LIMIT ?1"));
+        std::string(kSelectHistory) + (agent.empty() ? "ORDER BY id DESC LIMIT ?1"
+                                                     : "WHERE agent=?2 ORDER BY id DESC LIMIT ?1"));
     if (!statement) return tl::unexpected(statement.error());
     statement->add(asLimit(count));
     if (!agent.empty()) statement->add(agent);

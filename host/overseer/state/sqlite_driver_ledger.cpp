@@ -3,7 +3,7 @@
 namespace overseer {
 namespace {
 
-constexpr const char* kSelect =
+constexpr const char* kSelectDrivers =
     "SELECT file_name, version, applied_md5, previous_md5, checked_size, checked_nanoseconds "
     "FROM drivers ";
 
@@ -22,7 +22,7 @@ DriverRecord recordOf(const Statement& row) {
 
 Result<std::optional<DriverRecord>> SqliteDriverLedger::find(const std::string& fileName) {
     auto statement =
-        Statement::prepare(database_.durable(), std::string(kSelect) + "WHERE file_name=?");
+        Statement::prepare(database_.durable(), std::string(kSelectDrivers) + "WHERE file_name=?");
     if (!statement) return tl::unexpected(statement.error());
     const Result<bool> row = statement->add(fileName).step();
     if (!row) return tl::unexpected(row.error());
@@ -47,7 +47,7 @@ Result<> SqliteDriverLedger::store(const DriverRecord& record) {
 
 Result<std::vector<DriverRecord>> SqliteDriverLedger::all() {
     auto statement =
-        Statement::prepare(database_.durable(), std::string(kSelect) + "ORDER BY file_name");
+        Statement::prepare(database_.durable(), std::string(kSelectDrivers) + "ORDER BY file_name");
     if (!statement) return tl::unexpected(statement.error());
     std::vector<DriverRecord> records;
     for (;;) {

@@ -92,7 +92,7 @@ Result<Transaction> Transaction::begin(sqlite3* connection) {
 Result<> Transaction::commit() {
     sqlite3* connection = connection_.get();
     if (auto committed = execute(connection, "COMMIT"); !committed) return committed;
-    connection_.release();
+    static_cast<void>(connection_.release());
     return {};
 }
 

@@ -43,7 +43,7 @@ Children& children() {
 std::string findProgram(const std::string& name) {
     if (name.find('/') != std::string::npos) return name;
     for (const char* folder : kPath) {
-        const std::string candidate = std::string(folder) + '/' + name;
+        std::string candidate = std::string(folder) + '/' + name;
         if (::access(candidate.c_str(), X_OK) == 0) return candidate;
     }
     return {};

@@ -4,11 +4,12 @@
 
 #include <nvhost/environment.h>
 
-#include <algorithm>
 #include <fcntl.h>
 #include <log4cplus/loggingmacros.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
+#include <cstdio>
 #include <string>
 
 #include "child_process.h"
@@ -21,6 +22,7 @@ namespace {
 constexpr int kNotStarted = 127;
 constexpr std::size_t kTail = 2048;
 constexpr int kTailLines = 5;
+constexpr off_t kLargestLog = 4 << 20;
 
 /// A file that a child's output is appended to.
 class OutputFile {
@@ -87,9 +89,17 @@ void reportFailure(const std::string& line, const ChildEnd& end, const OutputFil
                                         << (tail.empty() ? "" : "; its last output: ") << tail);
 }
 
+/// Where output goes that is not redirected. A log that has grown large becomes `….1` first, in
+/// the place of the one before it.
 std::string logPath() {
-    const std::string path = hosting::environment().commandLog.string();
-    return path.empty() ? "/dev/null" : path;
+    std::string path = hosting::environment().commandLog.string();
+    if (path.empty()) return "/dev/null";
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+        status.st_size > kLargestLog) {
+        ::rename(path.c_str(), (path + ".1").c_str());
+    }
+    return path;
 }
 
 int run(const std::string& line, const CommandLine& command) {

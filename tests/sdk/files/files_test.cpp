@@ -71,9 +71,10 @@ TEST(ExpandZip, takesOneMemberOutWithinItsBounds) {
     const std::string file = (folder / "p.nvz").string();
     const std::string largest(kLimit, 'x');
     const std::string tooLarge(kLimit + 1, 'x');
+    const std::string manifest = "<d/>";  // the archive reads its sources when it is closed
     zip_t* archive = zip_open(file.c_str(), ZIP_CREATE, nullptr);
-    addMember(archive, "driver.xml", "<d/>", false);
-    addMember(archive, "secret.xml", "<d/>", true);
+    addMember(archive, "driver.xml", manifest, false);
+    addMember(archive, "secret.xml", manifest, true);
     addMember(archive, "largest", largest, false);
     addMember(archive, "tooLarge", tooLarge, false);
     ASSERT_EQ(zip_close(archive), 0);

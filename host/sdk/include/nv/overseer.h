@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <nv/asio_forward.h>
 #include <nv/result.h>
@@ -17,6 +18,15 @@ class IProject {
     virtual void AddAgentFileNames(std::set<std::string>& names) const = 0;
 };
 
+/// The devices of the project, by the driver file that they are built from.
+class IDeviceRegistry {
+  public:
+    virtual ~IDeviceRegistry() = default;
+    /// Ids of the devices built from the file of exactly this name, those of agents included; empty
+    /// when nothing uses the file.
+    virtual std::vector<std::uint32_t> GetDeviceIds(const std::string& fileName) const = 0;
+};
+
 /// The host, as a driver sees it. Called on the I/O thread; valid as long as the driver lives.
 class IOverseer {
   public:
@@ -24,6 +34,7 @@ class IOverseer {
     /// The loop on which everything that concerns this device runs.
     virtual boost::asio::io_context& GetDeviceIoContext(std::uint32_t deviceId) = 0;
     virtual IProject& GetProject() = 0;
+    virtual IDeviceRegistry& GetDeviceRegistry() = 0;
     /// Version that the file had when the host last applied it, 0 when it never did.
     virtual int GetInstalledVersion(const std::string& fileName) = 0;
     /// `<versions><version name="Overseer" version="major.minor.build"/>…</versions>`

@@ -89,7 +89,9 @@ void CurlHandle::configureConnection(const hosting::TransferRequest& request) {
     set(CURLOPT_MAXREDIRS, static_cast<long>(std::max(0, request.maximumRedirects)));
     set(CURLOPT_HTTP_VERSION,
         static_cast<long>(request.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1));
-    set(CURLOPT_PIPEWAIT, request.waitForMultiplexing ? 1L : 0L);
+    // Over plain http nothing is ever multiplexed: waiting would only hold up the others.
+    const bool multiplexing = request.http2 && isTls(request.url);
+    set(CURLOPT_PIPEWAIT, request.waitForMultiplexing && multiplexing ? 1L : 0L);
     set(CURLOPT_FRESH_CONNECT, request.freshConnection ? 1L : 0L);
     set(CURLOPT_FORBID_REUSE, request.closeConnection ? 1L : 0L);
     // Empty texts, unlike none, keep libcurl from asking the environment.

@@ -40,13 +40,15 @@ const char* textOf(Error error) {
     return "Unknown network error";
 }
 
-class NetworkCategory : public boost::system::error_category {
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): static, never deleted
+class NetworkCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "network"; }
     std::string message(int value) const override { return textOf(static_cast<Error>(value)); }
 };
 
-class TransferCategory : public boost::system::error_category {
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): static, never deleted
+class TransferCategory final : public boost::system::error_category {
   public:
     const char* name() const noexcept override { return "transfer"; }
     std::string message(int value) const override { return curlText(value); }

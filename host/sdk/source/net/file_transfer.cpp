@@ -257,7 +257,8 @@ void FileTransfer::fail(int value, const std::string& text) {
 }
 
 void FileTransfer::finish(const Curl::Code& code) {
-    const Curl::Code kept = code;
+    // A copy: what `code` refers to may go with this object.
+    const Curl::Code kept = code;  // NOLINT(performance-unnecessary-copy-initialization)
     const auto self = shared_from_this();
     const auto callbacks = std::exchange(callbacks_, nullptr);
     if (const auto ended = std::exchange(ended_, nullptr)) ended(*this);

@@ -1,0 +1,85 @@
+#include "drivers/install.h"
+
+#include <gmock/gmock.h>
+
+#include "overseer/drivers/driver_site.h"
+
+namespace overseer {
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Install : public DriverSite {
+  protected:
+    std::vector<InstalledFile> install(const std::vector<fs::path>& files) {
+        return installDrivers(files, root, application, project);
+    }
+    Project project = Project::load(root.projectFile()).value();
+};
+
+TEST_F(Install, handlesEachFileByItself) {
+    const fs::path light = writePackage(folder / "light.nvz", membersOf(4));
+    const fs::path bare = folder.write("lamp.nvi", manifestOf(2));
+    const fs::path agent = writePackage(
+        folder / "agent.nvz",
+        {{"driver.xml", manifestOf(1, "<agent>1</agent><library>a.so</library>")}, {"a.so", "x"}});
+    const auto results = install({light, folder.write("bad.nvz", "no zip"), folder / "absent.nvi",
+                                  folder.write("note.txt", "x"), bare, agent, light});
+    ASSERT_EQ(results.size(), 7u);
+    EXPECT_EQ(results[0].outcome->version, 4);
+    EXPECT_THAT(results[1].outcome.error().message, HasSubstr("bad.nvz"));
+    EXPECT_THAT(results[2].outcome.error().message, HasSubstr("absent.nvi"));
+    EXPECT_THAT(results[3].outcome.error().message, HasSubstr("note.txt"));
+    EXPECT_EQ(results[4].outcome->version, 2);
+    EXPECT_TRUE(results[5].outcome->agent);
+    EXPECT_TRUE(results[6].outcome);
+
+    EXPECT_TRUE(fs::exists(light)) << "what is installed is a copy";
+    EXPECT_FALSE(fs::exists(driverFile(root, "bad.nvz")));
+    const auto saved = Project::load(root.projectFile());
+    ASSERT_TRUE(saved);
+    std::set<std::string> names;
+    saved->AddDriverFileNames(names);
+    EXPECT_THAT(names, ElementsAre("lamp.nvi", "light.nvz"));
+    EXPECT_EQ(saved->deviceIds("light.nvz").size(), 1u) << "installed twice, one device";
+    ASSERT_EQ(saved->agents().size(), 1u);
+    EXPECT_EQ(saved->agents()[0].library, "a.so");
+}
+
+TEST_F(Install, leavesTheOldFileAndItsCopyWhenTheNewOneFails) {
+    ASSERT_TRUE(install({writePackage(folder / "l.nvz", membersOf(4))})[0].outcome);
+    const std::string old = contentOf(driverFile(root, "l.nvz"));
+
+    EXPECT_FALSE(install({writePackage(folder / "l.nvz", {{"x", "no manifest"}})})[0].outcome);
+    EXPECT_EQ(contentOf(driverFile(root, "l.nvz")), old);
+
+    // Found out only when it is unpacked.
+    std::string bytes = contentOf(writePackage(
+        folder / "l.nvz", {{"driver.xml", manifestOf(5)}, {"data", std::string(9000, 'd')}}));
+    bytes[bytes.find("data") + 10] ^= 0x55;
+    overwrite(folder / "l.nvz", bytes);
+    EXPECT_FALSE(install({folder / "l.nvz"})[0].outcome);
+    EXPECT_EQ(contentOf(driverFile(root, "l.nvz")), old);
+    EXPECT_EQ(contentOf(copy("l.nvz") / "driver.xml"), manifestOf(4));
+    EXPECT_EQ(checksum("l.nvz"), md5Of(driverFile(root, "l.nvz")).value());
+    EXPECT_EQ(recorded("l.nvz"), 4);
+
+    fs::remove(driverFile(root, "l.nvz"));
+    fs::create_directory(driverFile(root, "l.nvz"));
+    EXPECT_FALSE(install({writePackage(folder / "l.nvz", membersOf(6))})[0].outcome);
+    EXPECT_TRUE(fs::is_directory(driverFile(root, "l.nvz")));
+    for (fs::directory_iterator entry(root.packagedDrivers()), end; entry != end; ++entry) {
+        EXPECT_NE(entry->path().filename().string().front(), '.') << "left behind: " << *entry;
+    }
+}
+
+TEST_F(Install, takesAFileThatAlreadyLiesInItsPlace) {
+    package("l.nvz", 4);
+    EXPECT_TRUE(install({driverFile(root, "l.nvz")})[0].outcome);
+    EXPECT_EQ(recorded("l.nvz"), 4);
+}
+
+}  // namespace
+}  // namespace overseer
