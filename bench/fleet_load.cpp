@@ -2,6 +2,7 @@
 // the answers take. Each controller has its own drivers, drawn from the catalogue's; each query is
 // one batch of them.
 #include <curl/curl.h>
+#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -40,6 +41,8 @@ struct Tally {
     std::set<std::string> versions;
     std::string firstFailure;
 };
+
+volatile sig_atomic_t stopRequested = 0;
 
 std::string nameOf(const Options& options, int number) {
     return options.prefix + std::to_string(100000 + number) + ".nvi";
@@ -109,7 +112,7 @@ Tally ask(const Options& options, const std::vector<std::string>& urls, int conn
     if (!options.caFile.empty())
         curl_easy_setopt(curl.get(), CURLOPT_CAINFO, options.caFile.c_str());
     std::size_t at = static_cast<std::size_t>(connection) * 7919;
-    for (int round = 0; Clock::now() < end; ++round, ++at) {
+    for (int round = 0; Clock::now() < end && stopRequested == 0; ++round, ++at) {
         if (options.rate > 0)
             std::this_thread::sleep_until(
                 begin + std::chrono::duration_cast<Clock::duration>(pause * round));
@@ -168,12 +171,13 @@ int main(int argc, char** argv) {
     app.add_option("--drivers", options.drivers, "Drivers of one controller");
     app.add_option("--controllers", options.controllers, "How many controllers ask in turn");
     app.add_option("--connections", options.connections, "Connections that are kept open");
-    app.add_option("--seconds", options.seconds, "How long");
+    app.add_option("--seconds", options.seconds, "How long, unless SIGTERM ends it before");
     app.add_option("--rate", options.rate, "Requests per second in all; 0 for as many as it takes");
     app.add_flag("--one-version", options.oneVersion,
                  "Count answers whose documents are not all of one version");
     CLI11_PARSE(app, argc, argv);
     curl_global_init(CURL_GLOBAL_DEFAULT);
+    ::signal(SIGTERM, [](int) { stopRequested = 1; });
 
     std::vector<std::string> urls;
     for (unsigned each = 0; each < static_cast<unsigned>(options.controllers); ++each) {
