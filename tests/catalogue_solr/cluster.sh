@@ -13,7 +13,7 @@ CATALOGUE_SOLR=${nodes[1]} "$bin/catalogue_solr_tests" >"$world/comparison.out" 
 chapter "a release is switched while a thousand queries a second run"
 # Long names, so that a run over 500 files asks many times.
 prefix=$(printf 'driver_%.0s' $(seq 20))
-for version in 1 2 3; do make_drivers "$world/v$version" 500 "$version" "$prefix"; done
+for version in 1 2; do make_drivers "$world/v$version" 500 "$version" "$prefix"; done
 expect 0 "$(code_of publish "$world/v1")" "publishing"
 "$bin/fleet_load" "$catalogue" --ca "$ca" --prefix "$prefix" --packages 500 --drivers 8 --connections 1 --seconds 1 --one-version >/dev/null ||
     fail "queries fail before anything is switched"
@@ -45,25 +45,36 @@ run_while() {
     wait "$update" || fail "the update: $(head -c 2000 "$world/said")"
 }
 
+# set_up NAME: a controller with the first release's files, and its host
+set_up() {
+    controller=$world/$1
+    "$bin/overseer" --root "$controller" init --ca "$ca" >/dev/null
+    "$bin/overseer" --root "$controller" install "$world"/v1/*.nvi >/dev/null
+    start_host --catalogue "$catalogue"
+    expect 500 "$(how_many 1)" "files before"
+}
+expect 0 "$(code_of publish "$world/v2")" "publishing: $(cat "$world/said")"
+
 chapter "a node that hangs in the middle of a run is passed over"
-"$bin/overseer" --root "$controller" init --ca "$ca" >/dev/null
-"$bin/overseer" --root "$controller" install "$world"/v1/*.nvi >/dev/null
-start_host --catalogue "$catalogue"
-expect 500 "$(how_many 1)" "files before"
-expect 0 "$(code_of publish "$world/v2")" "publishing"
-frozen=${node_pids[1]}
-run_while kill -STOP "$frozen"
-kill -CONT "$frozen"
-frozen=""
+set_up hang
+hang() { # shorter than a node may be silent before its cluster gives it up
+    frozen=${node_pids[1]}
+    kill -STOP "$frozen"
+    sleep 8
+    kill -CONT "$frozen"
+    frozen=""
+}
+run_while hang
 expect 500 "$(how_many 2)" "files that were updated"
+stop "$host"
 
 chapter "nothing is published while a node is missing, and a run goes on without it"
-expect 0 "$(code_of publish "$world/v3")" "publishing"
+set_up kill
 run_while kill -KILL "${node_pids[1]}"
-expect 500 "$(how_many 3)" "files that were updated"
-make_drivers "$world/v4" 500 4 "$prefix"
+expect 500 "$(how_many 2)" "files that were updated"
+make_drivers "$world/v3" 500 3 "$prefix"
 for _ in $(seq 40); do # the cluster notices a death within its session's time
-    code=$(code_of publish "$world/v4" --dry-run)
+    code=$(code_of publish "$world/v3" --dry-run)
     [ "$code" != 1 ] || break
     sleep 0.5
 done
