@@ -60,7 +60,10 @@ set_up hang
 hang() { # shorter than a node may be silent before its cluster gives it up
     frozen=${node_pids[1]}
     kill -STOP "$frozen"
-    sleep 8
+    for _ in $(seq 80); do
+        kill -0 "$update" 2>/dev/null || break
+        sleep 0.1
+    done
     kill -CONT "$frozen"
     frozen=""
 }
