@@ -174,6 +174,15 @@ Result<void> Publisher::removeLeftovers(const ReleaseFolder::Listing& listing, c
                            ", is not whole; look at it first");
         if (auto removed = folder_.remove(id); !removed) return removed;
     }
+    for (const auto& served : {now.drivers, now.agents}) {
+        const std::string id = served ? releaseOf(*served) : std::string();
+        if (id.empty() || find(listing, id) != nullptr) continue;
+        // Another folder's releases, or a lost folder: nothing here tells what is left over.
+        warnings_.push_back("Solr serves release " + id +
+                            ", which is not in this folder of files: collections of releases that "
+                            "are not here were left alone");
+        return {};
+    }
     const auto collections = site_.collections();
     if (!collections) return tl::make_unexpected(collections.error());
     for (const std::string& collection : *collections) {

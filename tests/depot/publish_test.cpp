@@ -280,6 +280,15 @@ TEST_P(PublishTest, ClearsAwayWhatAKilledRunLeft) {
     expectServed(2, {first, second});
 }
 
+TEST_P(PublishTest, LeavesAnotherFoldersReleasesAlone) {
+    published(1);
+    published(2);
+    const auto collections = solr_.collections();
+    fs::rename(files(), work_.path("elsewhere"));
+    published(3);
+    EXPECT_THAT(solr_.collections(), ::testing::IsSupersetOf(collections));
+}
+
 TEST(PublisherTest, TouchesNoNodeWhileACopyIsDown) {
     FakeSolr solr(FakeSolr::Kind::kCluster);
     solr.setActive(false);
