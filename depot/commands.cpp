@@ -15,12 +15,15 @@
 #include "depot/catalogue.h"
 #include "depot/demo.h"
 #include "depot/http_server.h"
+#include "depot/publish/check_command.h"
+#include "depot/publish/release_commands.h"
 
 namespace depot {
 namespace {
 
 constexpr const char* kDescription =
-    "driver-depot: a catalogue of driver packages for development and small sites.\n"
+    "driver-depot: a catalogue of driver packages for development and small sites, and the way to\n"
+    "publish to a large one.\n"
     "It reads a folder of packages (.nvz, .nvi), answers the catalogue's select queries in XML "
     "and\n"
     "serves the package files over HTTPS.";
@@ -34,7 +37,14 @@ constexpr const char* kExamples =
     "  curl --cacert ca.pem 'https://127.0.0.1:8443/drivers/select?q=*:*&rows=100'\n"
     "      lists what is served\n"
     "\n"
-    "Exit codes: 0 done, 1 failed (one line on standard error says why), 2 wrong usage.";
+    "  driver-depot check /tmp/packages/newer\n"
+    "      says what is wrong with packages before they are published\n"
+    "  driver-depot publish /tmp/packages/newer --solr http://127.0.0.1:8983/solr --files "
+    "/srv/files\n"
+    "      puts them out through Apache Solr as one release; `rollback` takes it back\n"
+    "\n"
+    "Exit codes: 0 done, 1 failed (one line on standard error says why), 2 wrong usage,\n"
+    "3 packages have errors.";
 
 struct ServeOptions {
     std::string folder;
@@ -150,12 +160,16 @@ int runCommandLine(int argc, char** argv) {
         ->add_option("--agent-library", agentLibrary,
                      "A plug-in to pack into weather_agent.nvz, whose manifest then names it")
         ->check(CLI::ExistingFile);
+    Command chosen;
+    addCheckCommand(app, chosen);
+    addReleaseCommands(app, chosen);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
     }
     if (writing->parsed()) return demo(demoFolder, agentLibrary);
+    if (chosen) return chosen();
     if (serving->parsed() && options.certificateFile.empty() && !options.insecureHttp) {
         std::cerr
             << "driver-depot: serve needs --cert FILE and --key FILE; to serve plain HTTP say "

@@ -3,7 +3,12 @@
 namespace depot {
 
 /// The program's exit codes.
-enum ExitCode { kExitDone = 0, kExitFailed = 1, kExitUsage = 2 };
+enum ExitCode {
+    kExitDone = 0,
+    kExitFailed = 1,
+    kExitUsage = 2,
+    kExitRefused = 3,  ///< packages have errors
+};
 
 /// Runs `driver-depot` with these arguments. Answers go to standard output, one line per problem to
 /// standard error.

@@ -18,6 +18,7 @@ struct QueryError {
 
 /// What Solr names as the cause of a query that its parser cannot read.
 inline constexpr const char* kParseException = "org.apache.solr.parser.ParseException";
+inline constexpr const char* kSyntaxError = "org.apache.solr.search.SyntaxError";
 
 template <typename Value>
 using QueryResult = tl::expected<Value, QueryError>;

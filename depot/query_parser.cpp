@@ -226,7 +226,7 @@ class Parser {
         ++at_;
         switch (token.kind) {
             case TokenKind::kStar:
-                if (!name || *name == kEveryField) return Query{MatchAll{}};
+                if (name && *name == kEveryField) return Query{MatchAll{}};
                 return pattern(name, token.image);
             case TokenKind::kWildcard:
                 return pattern(name, token.image);
@@ -237,10 +237,11 @@ class Parser {
             case TokenKind::kQuoted:
                 return value(name, token.image.substr(1, token.image.size() - 2));
             case TokenKind::kUnsupported:
-                return refuse(
+                return tl::make_unexpected(QueryError{
                     "ranges, regular expressions, comments and local parameters are not "
                     "supported: \"" +
-                    std::string(token.image) + "\" at column " + std::to_string(token.column));
+                        std::string(token.image) + "\" at column " + std::to_string(token.column),
+                    kParseException});
             case TokenKind::kEnd:
             case TokenKind::kAnd:
             case TokenKind::kOr:
@@ -287,7 +288,8 @@ class Parser {
 
 /// The form in which a syntax error is told to the client.
 QueryError inQuery(QueryError error, std::string_view text) {
-    if (error.rootErrorClass.starts_with("org.apache.solr.parser."))
+    if (error.rootErrorClass.starts_with("org.apache.solr.parser.") ||
+        error.rootErrorClass == kSyntaxError)
         error.message = "org.apache.solr.search.SyntaxError: Cannot parse '" + std::string(text) +
                         "': " + error.message;
     return error;

@@ -27,12 +27,12 @@ QueryResult<char32_t> codeUnit(std::string_view text, std::size_t& at) {
     for (int count = 0; count < 4; ++count, ++at) {
         if (at == text.size())
             return tl::make_unexpected(
-                QueryError{"Truncated unicode escape sequence.", kParseException});
+                QueryError{"Truncated unicode escape sequence.", kSyntaxError});
         const int digit = hexadecimalDigit(text[at]);
         if (digit < 0)
             return tl::make_unexpected(QueryError{
                 "Non-hex character in Unicode escape sequence: " + std::string(1, text[at]),
-                kParseException});
+                kSyntaxError});
         unit = unit * 16 + static_cast<char32_t>(digit);
     }
     return unit;

@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# A catalogue on one Solr node behind nginx: the main job, releases, strangers, and what goes wrong.
+# usage: single.sh FOLDER-OF-PROGRAMS
+bin=$1
+here_solr=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+. "$here_solr/solr_story.sh"
+
+chapter "a real Solr, and the depot's answers beside its own"
+start_solr
+CATALOGUE_SOLR=${nodes[0]} "$bin/catalogue_solr_tests" >"$world/comparison.out" 2>&1 ||
+    fail "the answers differ: $(grep -A 30 -m 1 Failure "$world/comparison.out")"
+
+chapter "every driver goes to the version that the catalogue has for it"
+"$bin/driver-depot" demo "$world/packages" >/dev/null
+expect 0 "$(code_of publish "$world/packages/older")" "publishing"
+first=$(readlink "$files/current")
+expect 0 "$(code_of publish "$world/packages/newer")" "publishing what is newer"
+expect 0 "$(code_of publish "$world/packages/newer")" "publishing twice"
+contains "nothing changed" "$(cat "$world/said")" "what the second time did"
+"$bin/overseer" --root "$controller" init --ca "$ca" >/dev/null
+"$bin/overseer" --root "$controller" install "$world"/packages/older/*.nv? >/dev/null
+start_host --catalogue "$catalogue"
+expect 0 "$(code_of ctl update --json)" "the update"
+jq -r '.files[] | [.file, .versionAfter] | @tsv' "$world/packages/expected.json" >"$world/expected"
+while IFS=$'\t' read -r file version; do
+    expect "$version" "$(version_of "$file")" "version of $file"
+done <"$world/expected"
+
+chapter "a release is taken back at once, also from nginx's cache"
+query='/drivers/select?q=*:*&fq=filename:(IN+%22pool_pump.nvi%22)&fl=version&wt=json'
+version_asked() { status_of "$query" >/dev/null; jq '.response.docs[0].version' "$world/page"; }
+newer=$(version_asked)
+expect "$newer" "$(version_asked)" "the version from the cache"
+expect 0 "$(code_of "$bin/driver-depot" rollback --solr "${nodes[0]}" --files "$files" --cache "$cache")" "the rollback"
+expect "$first" "$(readlink "$files/current")" "the files after it"
+expect true "$([ "$(version_asked)" -lt "$newer" ] && echo true)" "the older version"
+
+chapter "strangers reach what controllers need, and nothing else"
+while read -r status path; do
+    expect "$status" "$(status_of "$path")" "$path"
+done <<'EOF'
+200 /drivers/select?q=*:*&fq=filename:(IN+"pool_pump.nvi")+AND+autoUpdate:"true"&fl=filename,version,name,model,manufacturer,md5sum&wt=xml&indent=true&rows=100000
+200 /agents/select?q=*:*&fq=filename:(IN+%22a%7Bx%7D.nvz%22,%22interval_val_2.nvz%22)+AND+forceAutoUpdate:%22true%22&fl=filename,version&wt=xml&indent=true&rows=100000
+200 /pool_pump.nvi
+404 /drivers/update?commit=true
+404 /drivers/update/json/docs
+404 /solr/admin/cores?action=STATUS
+404 /admin/info/system
+404 /drivers/schema
+404 /drivers/select/../update
+404 /drivers/select%0a?q=*:*
+404 /.release.json
+404 /releases/
+400 /../conf/nginx.conf
+403 /drivers/select
+403 /drivers/select?q=*:*&stream.url=file:///etc/passwd
+403 /drivers/select?q=*:*&stream%2eurl=file:///etc/passwd
+403 /drivers/select?q=*:*&q%74=/update
+403 /drivers/select?q=*:*&shards=127.0.0.1:1
+403 /drivers/select?q={!func}1
+403 /drivers/select?q=%7B%21func%7D1
+403 /drivers/select?q=_val_:"1"
+403 /drivers/select?q=%5Fv%61l_%20%3a"1"
+403 /drivers/select?q=%5cu007b!func}1
+403 /drivers/select?q=*:*&fl=[explain]
+403 /drivers/select?q=*:*&rows=1000000
+403 /drivers/select?q=*:*&wt=velocity
+EOF
+expect 403 "$(status_of '/drivers/select?q=*:*' -X POST -d '<delete/>')" "a POST"
+expect 403 "$(status_of '/pool_pump.nvi' -X DELETE)" "a DELETE"
+expect 206 "$(status_of /pool_pump.nvi -r 0-9)" "a range"
+etag=$(curl -sI --cacert "$ca" "$catalogue/pool_pump.nvi" | tr -d '\r' | sed -n 's/^etag: //Ip')
+expect 304 "$(status_of /pool_pump.nvi -H "If-None-Match: $etag")" "a validator"
+
+chapter "a burst of 300 selects is queued, not refused"
+for number in $(seq 300); do
+    printf 'url = "%s/drivers/select?q=filename:burst%d&wt=xml"\noutput = "/dev/null"\n' "$catalogue" "$number"
+done >"$world/burst"
+curl -s -K "$world/burst" --parallel --parallel-immediate --parallel-max 300 --max-time 60 --cacert "$ca" -w '%{http_code}\n' >"$world/statuses"
+expect 300 "$(grep -c '^200' "$world/statuses")" "answers"
+
+chapter "what goes wrong is said, and nothing is switched"
+current=$(readlink "$files/current")
+make_drivers "$world/others" 40 1
+refuses() { # WHAT TEXT COMMAND...
+    expect 1 "$(code_of "${@:3}")" "$1"
+    contains "$2" "$(cat "$world/said")" "$1"
+    expect "$current" "$(readlink "$files/current")" "what is served after: $1"
+}
+refuses "a Solr that is not there" "127.0.0.1:1" "$bin/driver-depot" publish "$world/others" --solr http://127.0.0.1:1/solr --files "$files"
+refuses "something that is no Solr" "answers with status 404" "$bin/driver-depot" publish "$world/others" --solr "$catalogue" --files "$files" --ca "$ca"
+schema=$solr/node1/configsets/catalogue/conf/schema.xml
+cp "$schema" "$world/schema.xml"
+sed -i '/name="md5sum"/d' "$schema"
+refuses "a schema without a field" "md5sum" publish "$world/others"
+sed 's/name="version" type="int"/name="version" type="string"/' "$world/schema.xml" >"$schema"
+refuses "a schema with another type" "has other fields than were published" publish "$world/others"
+cp "$world/schema.xml" "$schema"
+# A file where Solr wants to put a release's folder: what a read-only disk does, and binds root too.
+mv "$solr/node1/configsets" "$solr/node1/configsets.away"
+refuses "a Solr without its configset" "catalogue" publish "$world/others"
+mv "$solr/node1/configsets.away" "$solr/node1/configsets"
+if mkdir "$world/small" && mount -t tmpfs -o size=64k tmpfs "$world/small" 2>/dev/null; then
+    small_files=$world/small/files
+    expect 1 "$(code_of "$bin/driver-depot" publish "$world/others" --solr "${nodes[0]}" --files "$small_files")" "a full disk"
+    contains "No space left" "$(cat "$world/said")" "a full disk"
+    umount "$world/small"
+fi
+expect 0 "$("$bin/driver-depot" releases --solr "${nodes[0]}" --files "$files" --json | jq '[.releases[] | select(.complete | not)] | length')" "remains of what failed"
+echo "the story is told"

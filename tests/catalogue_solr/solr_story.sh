@@ -1,0 +1,60 @@
+# Steps that the stories with a real Solr share. Sourced: bin=FOLDER, then the steps.
+. "$here_solr/../system/story.sh"
+
+clear_up_solr() {
+    local code=$?
+    trap - EXIT
+    set +e
+    if [ -n "${solr_script:-}" ]; then
+        kill -CONT ${frozen:-} 2>/dev/null || true
+        kill -TERM "$solr_script" 2>/dev/null || true
+        wait "$solr_script" 2>/dev/null || true
+        [ "$code" = 0 ] || tail -n 10 "$world"/solr.out "$solr"/*.log 2>/dev/null || true
+    fi
+    (exit "$code")
+    clear_up
+    exit "$code"
+}
+trap clear_up_solr EXIT
+
+# start_solr [--cloud]: sets solr (its folder), nodes, catalogue, ca, files, cache
+start_solr() {
+    solr=$world/solr
+    "$here_solr/../../script/solr" --directory "$solr" "$@" >"$world/solr.out" 2>&1 &
+    solr_script=$!
+    for _ in $(seq 1800); do
+        grep -q '^ready' "$world/solr.out" && break
+        kill -0 "$solr_script" 2>/dev/null || fail "Solr did not start: $(tail -n 5 "$world/solr.out")"
+        sleep 0.05
+    done
+    mapfile -t nodes < <(jq -r '.nodes[].url' "$solr/catalogue.json")
+    mapfile -t node_pids < <(jq -r '.nodes[].pid' "$solr/catalogue.json")
+    catalogue=$(jq -r .base "$solr/catalogue.json")
+    ca=$(jq -r .ca "$solr/catalogue.json")
+    files=$(jq -r .files "$solr/catalogue.json")
+    cache=$(jq -r .cache "$solr/catalogue.json")
+}
+
+# publish FOLDER [OPTION...]
+publish() {
+    "$bin/driver-depot" publish "$@" --solr "${nodes[0]}" --files "$files" --cache "$cache"
+}
+
+# make_drivers FOLDER COUNT VERSION [PREFIX]: bare drivers PREFIX100000.nvi and up, all of one version
+make_drivers() {
+    mkdir -p "$1"
+    awk -v folder="$1" -v count="$2" -v version="$3" -v prefix="${4:-driver_}" 'BEGIN {
+        for (number = 100000; number < 100000 + count; ++number) {
+            file = folder "/" prefix number ".nvi"
+            printf "<driver><name>%s%d</name><model>M</model><manufacturer>Sample</manufacturer>" \
+                "<version>%d</version></driver>\n", prefix, number, version > file
+            close(file)
+        }
+    }'
+}
+
+# status_of PATH [CURL-OPTION...]: the HTTP status of a request through nginx
+status_of() { curl -s -o "$world/page" -g --path-as-is --max-time 20 --cacert "$ca" -w '%{http_code}' "${@:2}" "$catalogue$1"; }
+
+# how_many VERSION: the controller's files of that version
+how_many() { ctl drivers --json | jq "[.drivers[] | select(.installedVersion == $1)] | length"; }
