@@ -54,6 +54,9 @@ void declareSettings(CLI::App& app, Configuration& to) {
     app.add_option("--low-speed-time", to.lowSpeedTime, "seconds until a stalled one is given up")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
+    app.add_option("--largest-file", to.largestFile, "MB that a download may have at most")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str();
     app.add_option("--command-time-limit", to.commandTimeLimit,
                    "seconds that a child such as unzip may take")
         ->check(CLI::Range(1, 86400))
