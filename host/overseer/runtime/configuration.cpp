@@ -120,6 +120,8 @@ Result<> readFile(const std::string& file, Configuration& to) {
     } catch (const CLI::ParseError& error) {
         return failure("{}{}: {}", file, placeOf(file, error.what()), error.what());
     }
+    // A folder opens like a file, and reads like an empty one.
+    if (in.bad()) return failure("{} cannot be read to its end; is it a file?", file);
     return {};
 }
 
