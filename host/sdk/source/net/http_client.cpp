@@ -113,9 +113,9 @@ void HttpClient::State::completed(const hosting::TransferResult& result) {
     } else {
         if (result.status >= 300) {
             // Who asked has only the error, and that is clear.
-            LOG4CPLUS_WARN(log4cplus::Logger::getRoot(),
-                           "net: " << url.substr(0, url.find('?'))
-                                   << " was answered with status " << result.status);
+            LOG4CPLUS_WARN(log4cplus::Logger::getRoot(), "net: " << url.substr(0, url.find('?'))
+                                                                 << " was answered with status "
+                                                                 << result.status);
         }
         finish(HttpResponse(result.status, std::exchange(payload, {})), {});
     }
