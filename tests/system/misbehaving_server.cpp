@@ -1,10 +1,13 @@
-// A catalogue that misbehaves. What its answers do is chosen while it runs, by /now?WHAT; what a
-// download does is chosen by the file's name, and is the same until WHAT is "good" again.
+// A catalogue that misbehaves. What its answers do is chosen while it runs, by /now?WHAT. With
+// "bad_files" the answer is good, and each download does what the file's name says (see
+// `downloads`) or brings a hostile package of that name; with "good" all is well, with "few" for
+// three files.
+//
 // usage: misbehaving_server FOLDER
-//   Writes FOLDER/ca.pem, the files to begin with to FOLDER/first, and to FOLDER/announced a line "MD5  NAME" for each file that it offers.
-//   Its first line: ready GOOD EXPIRED SELFSIGNED OTHERHOST STRANGER, the base URLs.
-//   Files are named after what their download does (see `downloads`), or after a hostile package.
-//   Each good answer offers every file in a version that is higher by one.
+//
+// Writes FOLDER/ca.pem, the files to begin with to FOLDER/first, and to FOLDER/announced a line
+// "MD5  NAME" for each file that it offers, each time in a version that is higher by one. Its first
+// line: ready GOOD EXPIRED SELFSIGNED OTHERHOST STRANGER, the base URLs.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -15,6 +18,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "hostile_packages.h"
 #include "sdk/net/loopback_server.h"
@@ -27,6 +31,7 @@ using nv::test::Identity;
 using nv::test::LoopbackServer;
 using nv::test::Request;
 
+const std::set<std::string> kFew = {"good", "grows", "no_archive"};  // offered by "few"
 constexpr std::size_t kEndless = 256u << 20;  // where even this server gives up
 
 using Bytes = std::string;
@@ -180,7 +185,8 @@ class Catalogue {
 
     void select(Connection& connection) {
         const std::string what = current();
-        if (what == "good" || what == "bad_files") return connection.answer(200, offer());
+        if (what == "good" || what == "few" || what == "bad_files")
+            return connection.answer(200, offer());
         const auto found = answers().find(what);
         if (found == answers().end()) return connection.answer(400, "no such behaviour: " + what);
         found->second(connection, *this);
@@ -193,7 +199,7 @@ class Catalogue {
             bytes = offered_[file];
         }
         const std::string stem = file.substr(0, file.rfind('.'));
-        const auto found = downloads_.find(current() == "good" ? "good" : stem);
+        const auto found = downloads_.find(current() == "bad_files" ? stem : "good");
         (found == downloads_.end() ? downloads_["good"] : found->second)(connection, request,
                                                                          bytes);
     }
@@ -212,20 +218,23 @@ class Catalogue {
         const std::lock_guard lock(mutex_);
         ++version_;
         std::string documents;
+        std::size_t count = 0;
         for (const std::string& file : files_) {
             const std::string stem = file.substr(0, file.rfind('.'));
+            if (what_ == "few" && !kFew.count(stem)) continue;
+            ++count;
             Bytes& bytes = offered_[file];
             if (file.ends_with(".nvi")) {
                 bytes = goodDriver(version_);
             } else {
-                bytes = what_ == "good" ? faults::goodPackage(version_)
-                                        : faults::hostilePackage(stem, version_);
+                bytes = what_ != "bad_files" ? faults::goodPackage(version_)
+                                             : faults::hostilePackage(stem, version_);
             }
             const std::string md5 = faults::md5Of(bytes);
             announced_ << md5 << "  " << file << std::endl;
             documents += document(file, version_, md5);
         }
-        return answerOf(files_.size(), documents);
+        return answerOf(count, documents);
     }
 
     std::map<std::string, Download> downloads_;
