@@ -5,7 +5,9 @@
 #include <nv/crypto.h>
 
 #include <sys/stat.h>
+#include <cerrno>
 
+#include "root/descriptor.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -15,10 +17,14 @@ using boost::filesystem::path;
 
 enum class Relation { kAbsent, kSameFile, kOther };
 
-Relation relationOf(const path& kept, const path& file) {
+Result<Relation> relationOf(const path& kept, const path& file) {
     struct stat one {};
     struct stat other {};
-    if (::lstat(kept.c_str(), &one) != 0) return Relation::kAbsent;
+    if (::lstat(kept.c_str(), &one) != 0) {
+        if (errno == ENOENT) return Relation::kAbsent;
+        // Not to be taken for absent: what it holds would be given up.
+        return failure("{}: {}", kept.string(), lastErrorText());
+    }
     const bool same = ::lstat(file.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
                       one.st_ino == other.st_ino;
     return same ? Relation::kSameFile : Relation::kOther;
@@ -53,7 +59,9 @@ Result<> AppliedPackages::keep(const path& file, const std::string& md5,
         if (Result<> displaced = displace(file, record); !displaced) return displaced;
     }
     const path kept = applied(record.fileName);
-    if (relationOf(kept, file) != Relation::kSameFile) {
+    const Result<Relation> relation = relationOf(kept, file);
+    if (!relation) return tl::unexpected<Error>(relation.error());
+    if (*relation != Relation::kSameFile) {
         if (Result<> linked = linkInPlace(file, kept); !linked) return linked;
     }
     record.appliedMd5 = md5;
@@ -64,7 +72,9 @@ Result<> AppliedPackages::displace(const path& file, DriverRecord& record) const
     if (record.appliedMd5.empty()) return {};
     const path kept = applied(record.fileName);
     const path before = previous(record.fileName);
-    switch (relationOf(kept, file)) {
+    const Result<Relation> relation = relationOf(kept, file);
+    if (!relation) return tl::unexpected<Error>(relation.error());
+    switch (*relation) {
         case Relation::kAbsent:
             return {};
         case Relation::kSameFile:

@@ -147,8 +147,10 @@ Result<> DriverApplication::makeWhole(const Package& package, const std::string&
                                       const Manifest& manifest, const std::string& fileName,
                                       Occasion occasion) {
     const path folder = unpackedFolder(root_, fileName);
-    const auto difference = differenceFrom(package, manifestText, folder,
-                                           checksumFile(root_, fileName).filename().string());
+    // What was unpacked just now may lie on top of what could not be removed before.
+    const Scrutiny scrutiny = occasion == Occasion::kStart ? Scrutiny::kSizes : Scrutiny::kContent;
+    const auto difference = differenceFrom(
+        package, manifestText, folder, checksumFile(root_, fileName).filename().string(), scrutiny);
     if (!difference) return {};
     if (occasion == Occasion::kStart) {
         const std::optional<int> version = versionOfCopy(folder);

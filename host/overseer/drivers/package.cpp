@@ -147,6 +147,7 @@ Result<PackageMember> Package::readMember(zip* archive, std::uint64_t index) {
     member.name = status.name;
     member.index = index;
     member.size = status.size;
+    member.checksum = status.crc;
     if (status.encryption_method != ZIP_EM_NONE) {
         return failure("the member \"{}\" is encrypted", member.name);
     }

@@ -16,8 +16,9 @@ struct PackageMember {
     Kind kind = Kind::kFile;
     std::uint64_t index = 0;
     std::uint64_t size = 0;
-    unsigned int mode = 0;   ///< permission bits, 0 where the archive has none
-    std::string linkTarget;  ///< of a link
+    std::uint32_t checksum = 0;  ///< CRC-32 of a file's content
+    unsigned int mode = 0;       ///< permission bits, 0 where the archive has none
+    std::string linkTarget;      ///< of a link
 };
 
 /// Whether members can be unpacked into a folder without anything landing outside it or over one

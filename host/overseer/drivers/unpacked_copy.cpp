@@ -7,6 +7,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+#include <array>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -36,6 +39,21 @@ bool isSame(const PackageMember& member, const struct stat& status) {
             return S_ISLNK(status.st_mode);
     }
     return false;
+}
+
+/// CRC-32 as archives state it; nothing when the file cannot be read to its end.
+std::optional<std::uint32_t> checksumOf(const fs::path& file) {
+    const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!opened.isOpen()) return std::nullopt;
+    std::array<unsigned char, 64u << 10> piece;
+    uLong sum = ::crc32(0, nullptr, 0);
+    for (;;) {
+        const ssize_t count = ::read(opened.get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return std::nullopt;
+        if (count == 0) return static_cast<std::uint32_t>(sum);
+        sum = ::crc32(sum, piece.data(), static_cast<uInt>(count));
+    }
 }
 
 /// Links first: from then on no path below `folder` leads out of it.
@@ -83,7 +101,7 @@ Result<> swapIn(const fs::path& staging, const fs::path& folder) {
 }  // namespace
 
 Difference differenceFrom(const Package& package, const std::string& manifestText,
-                          const fs::path& folder, const std::string& hostFile) {
+                          const fs::path& folder, const std::string& hostFile, Scrutiny scrutiny) {
     struct stat status {};
     if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
         return folder.string() + " is no folder";
@@ -94,6 +112,10 @@ Difference differenceFrom(const Package& package, const std::string& manifestTex
         const fs::path place = folder / member.name;
         if (::lstat(place.c_str(), &status) != 0 || !isSame(member, status)) {
             return place.string() + " is missing or not as in the package";
+        }
+        if (scrutiny == Scrutiny::kContent && member.kind == Kind::kFile &&
+            checksumOf(place) != member.checksum) {
+            return place.string() + " has another content than in the package";
         }
     }
     std::string text;

@@ -58,6 +58,9 @@ constexpr char kConfiguration[] =
 #low-speed-rate = 1024
 #low-speed-time = 60
 
+# A package download fails when it comes to more than so many MB.
+#largest-file = 4096
+
 # Seconds after which a command that a driver runs, unzip for instance, is ended.
 #command-time-limit = 600
 

@@ -56,6 +56,9 @@ void declareSettings(CLI::App& app, Configuration& to) {
     app.add_option("--low-speed-time", to.lowSpeedTime, "seconds until a stalled one is given up")
         ->check(CLI::Range(1, 86400))
         ->capture_default_str();
+    app.add_option("--largest-file", to.largestFile, "MB that a download may have at most")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str();
     app.add_option("--command-time-limit", to.commandTimeLimit,
                    "seconds that a child such as unzip may take")
         ->check(CLI::Range(1, 86400))
@@ -153,6 +156,8 @@ Result<> readFile(const std::string& file, Configuration& to) {
     } catch (const CLI::ParseError& error) {
         return failure("{}{}: {}", file, placeOf(text, error.what()), printable(error.what()));
     }
+    // A folder opens like a file, and reads like an empty one.
+    if (in.bad()) return failure("{} cannot be read to its end; is it a file?", file);
     return {};
 }
 

@@ -51,6 +51,22 @@ class ErrorObserver : public log4cplus::Appender {
     std::function<void(const std::string&)> observer_;
 };
 
+/// Goes on at the end of the file as soon as that can be written again. The library would wait for
+/// a second after a failure, and then begin the file anew.
+class LastingLog : public log4cplus::RollingFileAppender {
+  public:
+    LastingLog(const std::string& file, long largest, int rotated)
+        : RollingFileAppender(file, largest, rotated, true) {
+        reopenDelay = 0;
+    }
+
+  protected:
+    void open(std::ios_base::openmode mode) override {
+        const bool anew = (mode & std::ios_base::trunc) != 0;
+        RollingFileAppender::open(anew ? mode : mode | std::ios_base::app);
+    }
+};
+
 Result<> checkWritable(const boost::filesystem::path& file) {
     errno = 0;
     if (std::ofstream(file.c_str(), std::ios::app)) return {};
@@ -82,8 +98,7 @@ Result<> setUpLog(const LogSettings& settings) {
     root.setLogLevel(*level);
     addAppender(
         root,
-        new log4cplus::RollingFileAppender(file.string(), static_cast<long>(settings.fileBytes),
-                                           settings.rotatedFiles, true),
+        new LastingLog(file.string(), static_cast<long>(settings.fileBytes), settings.rotatedFiles),
         settings.localTime);
     if (settings.console)
         addAppender(root, new log4cplus::ConsoleAppender(true, true), settings.localTime);

@@ -114,6 +114,16 @@ TEST_F(Apply, repairsEveryDamageOfACopyOnAnUpdateAndAtAStart) {
     }
 }
 
+TEST_F(Apply, noticesOnAnUpdateWhatAnOlderCopyHasLeft) {
+    package("l.nvz", 5);
+    apply("l.nvz", Occasion::kUpdate);
+    package("l.nvz", 6);
+    // As after an emptying that failed half way: of the same size as what belongs there.
+    overwrite(copy("l.nvz") / "driver.xml", manifestOf(6));
+    EXPECT_EQ(apply("l.nvz", Occasion::kUpdate), "6");
+    EXPECT_EQ(contentOf(copy("l.nvz") / "scripts/ü b.lua"), "return 6");
+}
+
 TEST_F(Apply, keepsAHigherCopyAtAStartAndReplacesItOtherwise) {
     package("l.nvz", 7);
     ASSERT_EQ(apply("l.nvz", Occasion::kUpdate), "7");

@@ -52,6 +52,18 @@ TEST(EscapeControlCharacters, LeavesNoWayToForgeALineOrToSteerATerminal) {
     for (const auto& [text, escaped] : rows) EXPECT_EQ(escapeControlCharacters(text), escaped);
 }
 
+TEST_F(LogTest, GoesOnWithoutALossWhenTheDiskHasRoomAgain) {
+    const auto file = folder_.path() / "overseer.log";
+    boost::filesystem::create_symlink("/dev/full", file);
+    ASSERT_TRUE(setUpLog(settings()));
+    write("lost");
+    boost::filesystem::remove(file);
+    std::ofstream(file.string()) << "before\n";
+    write("after");
+    write("and on");
+    EXPECT_THAT(log(), MatchesRegex("before\n.*WARN  after.*\n.*WARN  and on.*\n"));
+}
+
 TEST_F(LogTest, WritesOneLineForEachRecordWhateverItsText) {
     ASSERT_TRUE(setUpLog(settings()));
     write("first\n2026-01-01T00:00:00.000Z ERROR forged");

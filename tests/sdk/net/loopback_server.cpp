@@ -67,6 +67,10 @@ void Connection::hold() {
     server_.waitForRelease(socket_);
 }
 
+void Connection::holdFor(std::chrono::milliseconds time) {
+    server_.waitForRelease(socket_, static_cast<int>(time.count()));
+}
+
 bool Connection::shakeHands() {
     if (!server_.tls_) return true;
     tls_.reset(SSL_new(server_.tls_.get()), &SSL_free);
@@ -206,9 +210,9 @@ void LoopbackServer::serveRequests(Connection& connection) {
     }
 }
 
-void LoopbackServer::waitForRelease(int socket) {
+void LoopbackServer::waitForRelease(int socket, int milliseconds) {
     pollfd events[3] = {{socket, POLLRDHUP, 0}, {release_, POLLIN, 0}, {ending_, POLLIN, 0}};
-    ::poll(events, 3, -1);
+    ::poll(events, 3, milliseconds);
 }
 
 LoopbackServer::Behaviour LoopbackServer::behaviourOf(const std::string& target) {

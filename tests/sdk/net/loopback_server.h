@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -33,6 +34,10 @@ class Connection {
     void cut();
     /// Returns once the server was told to let go, the client has gone or the server ends.
     void hold();
+    /// The same, but not longer than that.
+    void holdFor(std::chrono::milliseconds time);
+    /// Whether it was neither cut nor found gone.
+    bool open() const { return !cut_; }
 
   private:
     friend class LoopbackServer;
@@ -76,7 +81,7 @@ class LoopbackServer {
     void accept();
     void serve(int socket);
     void serveRequests(Connection& connection);
-    void waitForRelease(int socket);
+    void waitForRelease(int socket, int milliseconds = -1);
     Behaviour behaviourOf(const std::string& target);
     static int chooseProtocol(SSL*, const unsigned char** out, unsigned char* outSize,
                               const unsigned char* in, unsigned int inSize, void* self);

@@ -65,10 +65,14 @@ TestAuthority::TestAuthority(const std::string& name) {
     X509_sign(self_.certificate.get(), self_.key.get(), EVP_sha256());
 }
 
-Identity TestAuthority::issue(const std::string& subjectAlternativeName) const {
+Identity TestAuthority::issue(const std::string& subjectAlternativeName, int days) const {
     Identity identity;
     identity.key = makeKey();
     identity.certificate = makeCertificate("Server", identity.key, &self_);
+    constexpr long kDay = 86400;
+    X509* const certificate = identity.certificate.get();
+    X509_gmtime_adj(X509_getm_notBefore(certificate), -10 * kDay);
+    X509_gmtime_adj(X509_getm_notAfter(certificate), days * kDay);
     addExtension(identity.certificate.get(), NID_subject_alt_name, subjectAlternativeName);
     X509_sign(identity.certificate.get(), self_.key.get(), EVP_sha256());
     return identity;

@@ -35,8 +35,10 @@ struct Identity {
 class TestAuthority {
   public:
     explicit TestAuthority(const std::string& name = "Test authority");
-    /// A server certificate for, say, "IP:127.0.0.1".
-    Identity issue(const std::string& subjectAlternativeName) const;
+    /// A server certificate for, say, "IP:127.0.0.1", good for so many days from now.
+    Identity issue(const std::string& subjectAlternativeName, int days = 1) const;
+    /// What it signs with, for a server that vouches for itself.
+    const Identity& self() const { return self_; }
     /// Its own certificate, as a CA file holds it.
     std::string pem() const;
 

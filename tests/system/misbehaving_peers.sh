@@ -1,0 +1,150 @@
+#!/usr/bin/env bash
+# A catalogue that misbehaves in every way, and a host that lives through all of it.
+# usage: misbehaving_peers.sh FOLDER-OF-PROGRAMS
+bin=$1
+. "$(dirname "$0")/faults.sh"
+. "$(dirname "$0")/story.sh"
+
+become() { curl -sf --cacert "$world/ca.pem" "$server/now?$1"; }
+
+# questions: what is asked after every fault
+questions() {
+    # Every version that was ever offered is a whole one.
+    sed 's|  \(.*\.nvi\)$|  ./plain/\1|; s|  \(.*\.nvz\)$|  ./packaged/\1|' "$world/announced" |
+        sort -u >"$world/driver_files"
+    kill -0 "$host" 2>/dev/null || fail "the host is gone"
+    driver_files_are_whole
+    nothing_is_outside
+    expect "" "$(ls -A "$controller/tmp")" "what is left in tmp"
+    host_is_unburdened
+    host_is_idle
+}
+
+# clean_run [few]
+clean_run() {
+    become "${1:-good}"
+    expect 0 "$(code_of ctl update --json)" "a clean run afterwards"
+    expect "$([ "${1:-}" = few ] && echo 3 || ls "$world/first" | wc -l)" "$(jq .counts.updated "$world/said")" "what it updated"
+}
+
+mark_log() { log_size=$(wc -c <"$controller/log/overseer.log"); }
+log_since() { tail -c "+$((log_size + 1))" "$controller/log/overseer.log"; }
+
+chapter "a controller whose catalogue is in order"
+mkdir "$world/first"
+"$bin/misbehaving_server" "$world" >"$world/server.out" 2>&1 &
+started+=($!)
+await "$world/server.out" ready
+read -r _ server expired self_signed other_host stranger <"$world/server.out"
+make_sentinels
+"$bin/overseer" --root "$controller" init --ca "$world/ca.pem" >/dev/null
+"$bin/overseer" --root "$controller" install "$world"/first/* >/dev/null
+settings=(--low-speed-time 1 --low-speed-rate 1000 --largest-file 8)
+start_host --catalogue "$server" "${settings[@]}"
+clean_run
+clean_run
+usual_burden=$(burden)
+
+chapter "answers that are none: reported, and nothing lost"
+while IFS='|' read -r what code said; do
+    become "$what"
+    mark_log
+    expect "$code" "$(code_of ctl update)" "the update when the answer is: $what"
+    contains "$said" "$(log_since)" "the log when the answer is: $what"
+    questions
+    clean_run few
+done <<'TABLE'
+resets|2|Error from SOLR: 
+truncates|2|Error from SOLR: Transferred a partial file
+status_404|2|was answered with status 404
+status_429|2|was answered with status 429
+status_500|2|was answered with status 500
+status_503|2|was answered with status 503
+redirects|2|was answered with status 302
+not_xml|2|Failed to parse SOLR response
+empty|2|Failed to parse SOLR response
+no_result|2|Error from SOLR
+cut_xml|2|Failed to parse SOLR response
+wrong_count|0|
+no_fields|0|
+capital_md5|2|Driver update failed (md5 mismatch): good.nvi
+no_md5|2|Driver update failed (md5 mismatch): good.nvi
+hostile_names|2|(md5 mismatch): $(touch planted).nvi
+nested|2|Error from SOLR
+too_large|2|The answer is too large
+TABLE
+
+chapter "files and packages that are not what they should be"
+become bad_files
+mark_log
+expect 2 "$(code_of ctl update --json)" "the update"
+jq -r '.files[] | [.file, .outcome] | @tsv' "$world/said" | sort >"$world/outcomes"
+log_since >"$world/lines"
+questions
+while IFS='|' read -r file outcome said; do
+    expect "$outcome" "$(sed -n "s/^$file\t//p" "$world/outcomes")" "outcome of $file"
+    [ -z "$said" ] || contains "$said" "$(grep -F "$file" "$world/lines")" "the log about $file"
+done <<'TABLE'
+good.nvi|updated|
+other_content.nvi|failed|md5 mismatch
+empty.nvi|failed|md5 mismatch
+cut_in_the_middle.nvi|failed|was not fetched: 
+cut_and_resumed.nvi|updated|
+range_as_whole.nvi|failed|was not fetched: The server did not go on after
+changed_between.nvi|failed|was not fetched: The server did not go on after
+promises_more.nvi|updated|
+never_ends.nvi|failed|was not fetched: The file is too large
+byte_by_byte.nvi|failed|was not fetched: Operation too slow
+stalls.nvi|failed|was not fetched: Operation too slow
+status_404.nvi|failed|was not fetched: The requested URL returned error: 404
+status_500.nvi|failed|was not fetched: The requested URL returned error: 500
+busy_for_long.nvi|failed|was not fetched: The requested URL returned error: 503
+busy_429.nvi|updated|
+busy_503.nvi|updated|
+to_plain_http.nvi|failed|was not fetched: Protocol "
+to_file.nvi|failed|was not fetched: Protocol "
+to_itself.nvi|failed|was not fetched: Maximum
+no_archive.nvz|failed|not a readable package
+cut_archive.nvz|failed|not a readable package
+no_manifest.nvz|failed|holds no driver.xml
+asks_for_password.nvz|failed|the member "locked" is encrypted
+climbs_out.nvz|failed|does not stay in its folder
+starts_at_root.nvz|failed|does not stay in its folder
+links_out.nvz|failed|leaves its folder
+links_to_sentinel.nvz|failed|leaves its folder
+manifest_is_link.nvz|failed|leaves its folder
+twice_a_name.nvz|failed|is there twice
+folder_and_file.nvz|failed|is both a folder and none
+brings_unzip_out.nvz|updated|
+long_member.nvz|failed|it cannot be unpacked
+grows.nvz|updated|
+TABLE
+clean_run
+questions
+
+chapter "a stop does not wait for a catalogue that stalls"
+become stalls
+ctl update >/dev/null 2>&1 &
+updating=$!
+for _ in $(seq 400); do
+    ctl status --json | jq -e '.agents[0].lastRun.running' >/dev/null && break
+    sleep 0.025
+done
+stop "$host"
+expect 0 "$stopped" "the exit code of the host"
+wait "$updating" 2>/dev/null || true
+
+chapter "a catalogue that is not who it says"
+for peer in "$expired" "$self_signed" "$other_host" "$stranger" https://127.0.0.1:1; do
+    start_host --catalogue "$peer" "${settings[@]}"
+    expect 2 "$(code_of ctl update)" "an update from $peer"
+    contains "SOLR Error" "$(cat "$world/said")" "why"
+    questions
+    stop "$host"
+    expect 0 "$stopped" "the exit code of the host"
+done
+start_host --catalogue "$server" "${settings[@]}"
+clean_run
+questions
+stop "$host"
+echo "the story is told"
