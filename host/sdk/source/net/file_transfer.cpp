@@ -152,7 +152,7 @@ bool FileTransfer::deliver(const char* data, std::size_t size) {
         return false;
     }
     if (size > hosting::transportSettings(context_).maximumDownload - file_.delivered) {
-        fail(curl_code::kTooLarge, "The file is larger than this host takes");
+        fail(curl_code::kFileTooLarge, "The file is larger than this host takes");
         return false;
     }
     file_.delivered += size;
