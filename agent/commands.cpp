@@ -1,9 +1,9 @@
-// The command table, and the handlers of commands whose rooms are not built yet.
+// The command table.
 // Entered from the host: registration once, then its dispatchers call the handlers. Leaves to the
-// handlers in agent/settings.cpp, package/, install/ and schedule/. Writes no member.
+// handlers in agent/settings.cpp, package/, catalogue/, install/ and schedule/. Writes no member.
 #include "norvane_agent_driverupdate.h"
 
-#include <stdexcept>
+#include <functional>
 
 void norvane_agent_driverupdate::RegisterCommands() {
     using Agent = norvane_agent_driverupdate;
@@ -21,12 +21,4 @@ void norvane_agent_driverupdate::RegisterCommands() {
     plain.RegisterCmd1("EXECUTE_AUTO_UPDATE", handler(&Agent::OnCmdExecuteAutoUpdate));
     plain.RegisterCmd1("UPDATE_DRIVERS", handler(&Agent::OnCmdUpdateDrivers));
     plain.RegisterCmd1("AUTO_ADD_AGENT", handler(&Agent::OnCmdAutoAddAgent));
-}
-
-nv::XmlNode::Ptr norvane_agent_driverupdate::OnCmdGetSetup(const ICmdMessage&) {
-    throw std::runtime_error("GET_SETUP is not yet available");
-}
-
-void norvane_agent_driverupdate::OnCmdAutoAddAgent(const ICmdMessage&) {
-    throw std::runtime_error("AUTO_ADD_AGENT is not yet available");
 }

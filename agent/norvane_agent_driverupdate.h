@@ -10,6 +10,7 @@
 #include <iosfwd>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -21,24 +22,26 @@
 // The driver-update agent: one class, one source file for each of its activities.
 //
 // clang-format off
-// Activity           | File                                 | Entered from        | Leaves to
-// -------------------+--------------------------------------+---------------------+-----------------
-// life in the host   | agent/norvane_agent_driverupdate.cpp | host                | daily events
-// commands           | agent/commands.cpp                   | host                | command handlers
-// settings           | agent/settings.cpp                   | host, commands      | daily events
-// outcome reporting  | agent/outcome_reporting.cpp          | everywhere          | host
-// package loading    | package/package_loading.cpp          | evaluation          | manifest queries
-// manifest queries   | package/manifest_queries.cpp         | loading, evaluation |
-// driver evaluation  | package/evaluation.cpp               | commands            | package loading
-// catalogue query    | catalogue/query.cpp                  | update request      | transport
-// answer             | catalogue/answer.cpp                 | update request      | installation
-// update request     | catalogue/update_request.cpp         | update run, network | query, answer
-// download           | install/download.cpp                 | installation        | transport
-// completion         | install/completion.cpp               | network             | host, registration
-// installation       | install/driver_installation.cpp      | commands, answer    | download, host
-// agent registration | install/agent_registration.cpp       | answer, completion  | host
-// daily events       | schedule/auto_update_events.cpp      | life, settings      | host's scheduler
-// update run         | schedule/auto_update_run.cpp         | host, commands      | update request
+// Activity           | File                                 | Entered from             | Leaves to
+// -------------------+--------------------------------------+--------------------------+--------------------------------
+// life in the host   | agent/norvane_agent_driverupdate.cpp | host                     | daily events, catalogue query
+// commands           | agent/commands.cpp                   | host                     | command handlers
+// settings           | agent/settings.cpp                   | host, commands           | daily events
+// outcome reporting  | agent/outcome_reporting.cpp          | everywhere               | host
+// package loading    | package/package_loading.cpp          | evaluation, registration | manifest queries
+// manifest queries   | package/manifest_queries.cpp         | loading, evaluation      |
+// driver evaluation  | package/evaluation.cpp               | commands                 | package loading, queries
+// catalogue query    | catalogue/query.cpp                  | the three requests, life | transport
+// answer             | catalogue/answer.cpp                 | update request, lookup   | installation, registration
+// setup listing      | catalogue/setup_listing.cpp          | commands, network        | catalogue query
+// update request     | catalogue/update_request.cpp         | update run, network      | catalogue query, answer
+// agent lookup       | catalogue/agent_lookup.cpp           | commands, network        | catalogue query, answer
+// download           | install/download.cpp                 | installation, registr.   | transport
+// completion         | install/completion.cpp               | network                  | host, registration
+// installation       | install/driver_installation.cpp      | commands, answer         | download, host
+// agent registration | install/agent_registration.cpp       | answer, completion       | package loading, download, host
+// daily events       | schedule/auto_update_events.cpp      | life, settings           | host's scheduler
+// update run         | schedule/auto_update_run.cpp         | host, commands           | update request
 // clang-format on
 //
 // The entry points of the plug-in (agent/entry_points.cpp) make the object and know nothing else.
@@ -163,11 +166,6 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     void OnSchedulerEvent(unsigned int eventId) override;
 
   private:
-    // ---- agent/commands.cpp: commands whose rooms are not built yet -----------------------------
-
-    nv::XmlNode::Ptr OnCmdGetSetup(const ICmdMessage& message);
-    void OnCmdAutoAddAgent(const ICmdMessage& message);
-
     // ---- agent/settings.cpp ---------------------------------------------------------------------
 
     nv::XmlNode::Ptr OnCmdGetState(const ICmdMessage& message);
@@ -258,6 +256,28 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     /// Tells of a document that leads to nothing, in a node named `notification`.
     void refuse(const char* notification, const std::string& filename, const char* reason);
 
+    // ---- catalogue/setup_listing.cpp ------------------------------------------------------------
+
+    /// What came back for one batch: body, file list, core ("dbname" in messages), error, status.
+    using SetupResult =
+        std::tuple<std::string, std::string, std::string, boost::system::error_code, int>;
+    /// All batches of one command share it; it grows by one with each answer.
+    using SetupResults = std::shared_ptr<std::vector<SetupResult>>;
+    nv::XmlNode::Ptr OnCmdGetSetup(const ICmdMessage& message);
+    /// Escaped, double-quoted, joined by commas; of any length.
+    static std::string fileListOf(const std::set<std::string>& fileNames);
+    /// Asks about one batch. @param expected  how many batches the command has
+    void getSetup(const SetupResults& results, const std::string& files, const std::string& dbname,
+                  std::size_t expected);
+    void getSetupSolrResponse(const nv::net::http::HttpResponse& response,
+                              const boost::system::error_code& error, const SetupResults& results,
+                              const std::string& files, const std::string& dbname,
+                              std::size_t expected);
+    /// Sends the listing, or the first failure in its place. Takes the bodies out of `results`.
+    void getSetupFinalResponse(const SetupResults& results);
+    bool addToListing(SetupResult& result, pugi::xml_node& setup);
+    void failSetup(const std::string& dbname, const std::string& what, const std::string& code);
+
     // ---- catalogue/update_request.cpp -----------------------------------------------------------
 
     /// Asks the catalogue for updates of a file list.
@@ -266,6 +286,13 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     void updateDriversSolrResponse(const nv::net::http::HttpResponse& response,
                                    const boost::system::error_code& error, const std::string& core,
                                    const std::string& files);
+
+    // ---- catalogue/agent_lookup.cpp -------------------------------------------------------------
+
+    void OnCmdAutoAddAgent(const ICmdMessage& message);
+    void autoAddAgentSolrResponse(const nv::net::http::HttpResponse& response,
+                                  const boost::system::error_code& error,
+                                  const add_agent_data_tuple_type& data);
 
     // ---- install/download.cpp -------------------------------------------------------------------
 
@@ -310,11 +337,18 @@ class norvane_agent_driverupdate : public NVBaseAgentDriver {
     /// Where a driver file of that name belongs.
     std::string driverFolder(const std::string& filename) const;
 
-    // ---- install/agent_registration.cpp: not built yet ------------------------------------------
+    // ---- install/agent_registration.cpp ---------------------------------------------------------
 
+    /// Adds the agent out of the package on the device, or downloads a fresh one first.
+    /// @param minimumOSVersion  checked before a download; a part of it that is no number is thrown
     void autoAddAgentDownload(const std::string& filename, const std::string& md5sum, int version,
                               const std::string& minimumOSVersion,
                               const add_agent_data_tuple_type& agentData);
+    /// Version of the package on the device; 0, which is logged, where it cannot be had.
+    int localAgentVersion(const std::string& filename) const;
+    bool isSystemRecentEnough(const std::string& filename,
+                              const std::string& minimumOSVersion) const;
+    /// Has the host add the agent, unless a device of that file is there already.
     void autoAddAgent(const std::string& name, const std::string& library,
                       const std::string& filename);
 

@@ -29,6 +29,7 @@ struct norvane_agent_driverupdate::CatalogueDocument {
         minimumOSVersion.clear();
         md5sum.clear();
         for (const pugi::xml_node field : document) {
+            if (field.type() != pugi::node_element) continue;
             const std::string_view name = field.attribute("name").value();
             const char* text = field.child_value();
             if (name == "filename") filename = text;
@@ -43,12 +44,15 @@ struct norvane_agent_driverupdate::CatalogueDocument {
 namespace {
 
 constexpr std::string_view kPackageExtension = ".nvz";
+/// No file system takes a longer one.
+constexpr std::size_t kLongestFileName = 255;
 
 /// Whether a name could lead out of the folder of drivers or into another package's: the folder
 /// that is emptied before unpacking is named by the stem, and names become parts of command lines.
 /// An empty name is no danger and is judged like any other.
 bool isHostile(const std::string& filename) {
     if (filename.empty()) return false;
+    if (filename.size() > kLongestFileName) return true;
     const auto unfit = [](char character) {
         const auto byte = static_cast<unsigned char>(character);
         return byte < 0x20 || byte == 0x7f || byte == '/' || byte == '"';
@@ -116,6 +120,7 @@ void norvane_agent_driverupdate::handleSolrResponse(const std::string& payload,
     }
     CatalogueDocument document;
     for (const pugi::xml_node child : result) {
+        if (child.type() != pugi::node_element) continue;
         document.read(child);
         handleDocument(document, addAgentData, isAgent);
     }

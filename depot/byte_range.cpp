@@ -49,7 +49,7 @@ std::optional<Span> readRange(std::string_view field, std::int64_t size) {
 }  // namespace
 
 RangePlan planRange(const RangeRequest& request, const FileFacts& file) {
-    const RangePlan whole{200, 0, file.size, std::nullopt};
+    RangePlan whole{200, 0, file.size, std::nullopt};
     if (!request.range) return whole;
     if (request.ifRange && trimmed(*request.ifRange) != file.entityTag) return whole;
     const auto span = readRange(*request.range, file.size);

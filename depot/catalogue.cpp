@@ -90,7 +90,8 @@ Result<Catalogue::Listing> Catalogue::listFolder() const {
         return failure(folder_ + ": cannot be listed: " + std::generic_category().message(errno));
     const int descriptor = ::dirfd(folder.get());
     Listing listing;
-    while (const dirent* each = ::readdir(folder.get())) {
+    // One thread at a time lists, and the stream is its own.
+    while (const dirent* each = ::readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
         const std::string name = each->d_name;
         if (!isPackageName(name)) continue;
         const auto package = stampAt(descriptor, name.c_str());

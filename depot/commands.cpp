@@ -92,8 +92,8 @@ int serve(const ServeOptions& options) {
     return kExitDone;
 }
 
-int demo(const std::string& folder) {
-    const auto written = writeDemo(folder);
+int demo(const std::string& folder, const std::string& agentLibrary) {
+    const auto written = writeDemo(folder, agentLibrary);
     if (!written) return fail(written.error().message);
     std::cout << "wrote " << written->older << " older packages to " << folder << "/older, "
               << written->newer << " newer ones to " << folder
@@ -145,12 +145,17 @@ int runCommandLine(int argc, char** argv) {
         "demo", "Write sample packages of both formats, in an older and a newer version.");
     writing->add_option("DIR", demoFolder, "The folder to write to; made when it is not there")
         ->required();
+    std::string agentLibrary;
+    writing
+        ->add_option("--agent-library", agentLibrary,
+                     "A plug-in to pack into weather_agent.nvz, whose manifest then names it")
+        ->check(CLI::ExistingFile);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
     }
-    if (writing->parsed()) return demo(demoFolder);
+    if (writing->parsed()) return demo(demoFolder, agentLibrary);
     if (serving->parsed() && options.certificateFile.empty() && !options.insecureHttp) {
         std::cerr
             << "driver-depot: serve needs --cert FILE and --key FILE; to serve plain HTTP say "

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <system_error>
 
 #include "depot/demo_archive.h"
@@ -36,7 +37,18 @@ Result<void> makeFolder(const std::string& path) {
     return {};
 }
 
-Result<void> writePackage(const std::string& folder, const DemoDriver& driver, int version) {
+/// The bytes of a plug-in; those of no file at all are none.
+Result<std::string> readLibrary(const std::string& path) {
+    if (path.empty()) return std::string();
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    if (!file || bytes.str().empty()) return failure(path + ": cannot be read, or is empty");
+    return bytes.str();
+}
+
+Result<void> writePackage(const std::string& folder, const DemoDriver& driver, int version,
+                          const std::string& library) {
     if (!driver.filename.ends_with(".nvz"))
         return writeFile(folder, driver.filename, demoManifest(driver, version));
     std::uint32_t seed = 0;
@@ -48,17 +60,19 @@ Result<void> writePackage(const std::string& folder, const DemoDriver& driver, i
     for (const std::uint32_t side : {16U, 32U, 70U})
         members.emplace_back("www/icons/device_" + std::to_string(side) + ".png",
                              demoPicture(side, seed + static_cast<std::uint32_t>(version)));
+    if (!driver.library.empty()) members.emplace_back(driver.library, library);
     return writeArchive(folder + "/" + driver.filename, members);
 }
 
-Result<void> writeDriver(const std::string& folder, const DemoDriver& driver, DemoCounts& counts) {
+Result<void> writeDriver(const std::string& folder, const DemoDriver& driver,
+                         const std::string& library, DemoCounts& counts) {
     if (driver.olderVersion) {
-        auto written = writePackage(folder + "/older", driver, *driver.olderVersion);
+        auto written = writePackage(folder + "/older", driver, *driver.olderVersion, library);
         if (!written) return written;
         ++counts.older;
     }
     if (!driver.newerVersion) return {};
-    auto written = writePackage(folder + "/newer", driver, *driver.newerVersion);
+    auto written = writePackage(folder + "/newer", driver, *driver.newerVersion, library);
     if (!written) return written;
     ++counts.newer;
     if (!driver.sidecar) return {};
@@ -84,20 +98,26 @@ nlohmann::ordered_json expectation(const DemoDriver& driver) {
 
 }  // namespace
 
-Result<DemoCounts> writeDemo(const std::string& folder) {
+Result<DemoCounts> writeDemo(const std::string& folder, const std::string& agentLibrary) {
     DemoCounts counts;
+    const Result<std::string> library = readLibrary(agentLibrary);
+    if (!library) return tl::make_unexpected(library.error());
     nlohmann::ordered_json files = nlohmann::ordered_json::array();
     nlohmann::ordered_json agents = nlohmann::ordered_json::array();
     for (const char* part : {"/older", "/newer"}) {
         if (auto made = makeFolder(folder + part); !made) return tl::make_unexpected(made.error());
     }
-    for (const DemoDriver& driver : demoDrivers()) {
-        if (auto written = writeDriver(folder, driver, counts); !written)
+    std::vector<DemoDriver> drivers = demoDrivers();
+    for (DemoDriver& driver : drivers) {
+        if (library->empty()) driver.library.clear();
+        if (auto written = writeDriver(folder, driver, *library, counts); !written)
             return tl::make_unexpected(written.error());
         if (driver.olderVersion) {
             files.push_back(expectation(driver));
         } else {
-            agents.push_back({{"file", driver.filename}, {"version", *driver.newerVersion}});
+            agents.push_back({{"file", driver.filename},
+                              {"version", *driver.newerVersion},
+                              {"added", driver.outcome != DemoOutcome::kHeldBack}});
         }
     }
     const nlohmann::ordered_json expected{{"files", files}, {"agents", agents}};

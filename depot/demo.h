@@ -15,8 +15,11 @@ struct DemoCounts {
 
 /// Writes the sample packages below `folder`, which is made when it is not there: `older/` as a
 /// controller has them, `newer/` as a catalogue serves them, sidecars included, and
-/// `expected.json`, which says for each file what an update makes of it. The same bytes each time;
-/// files of the same names are replaced.
-Result<DemoCounts> writeDemo(const std::string& folder);
+/// `expected.json`, which says for each file what an update makes of it, and for each agent that is
+/// not installed what adding it does. The same bytes each time; files of the same names are
+/// replaced.
+/// @param agentLibrary  a plug-in to be packed into the agent that brings one; without it, that
+///                      agent is a device only
+Result<DemoCounts> writeDemo(const std::string& folder, const std::string& agentLibrary = {});
 
 }  // namespace depot

@@ -45,11 +45,15 @@ Result<void> writeArchive(const std::string& path, const ArchiveMembers& members
     }
     for (const auto& [name, bytes] : members) {
         if (!addMember(archive.get(), name, bytes))
-            return failure(path + ": cannot hold " + name + ": " + zip_strerror(archive.get()));
+            return failure(std::string(path)
+                               .append(": cannot hold ")
+                               .append(name)
+                               .append(": ")
+                               .append(zip_strerror(archive.get())));
     }
     if (zip_close(archive.get()) != 0)
         return failure(path + ": cannot be written: " + zip_strerror(archive.get()));
-    archive.release();  // closed
+    static_cast<void>(archive.release());  // closed
     return {};
 }
 

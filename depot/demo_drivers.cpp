@@ -10,6 +10,7 @@ constexpr auto kHeldBack = DemoOutcome::kHeldBack;
 constexpr auto kCurrent = DemoOutcome::kCurrent;
 constexpr auto kNotOffered = DemoOutcome::kNotOffered;
 
+const char* const kAgentSidecar = "{\"agent\": true}\n";
 const char* const kForcedToo = "{\"forceAutoUpdate\": true}\n";
 
 std::vector<DemoDriver> lightsAndShades() {
@@ -178,7 +179,7 @@ std::vector<DemoDriver> picturesAndSound() {
          kNotOffered,
          {{"media_player", "Player"}},
          {{"has_discrete_power", "true"}},
-         false,
+         true,
          "{\"minimumOSVersion\": \"99.0.0\"}\n"},
         {"legacy_infrared_blaster.nvi",
          "Infrared Blaster",
@@ -286,18 +287,68 @@ std::vector<DemoDriver> systemSide() {
          {{"channels", "2"}},
          false,
          "{\"autoUpdate\": false, \"forceAutoUpdate\": true}\n"},
+    };
+}
+
+/// Not installed ones are there to be added.
+std::vector<DemoDriver> agents() {
+    return {
+        {"energy_report_agent.nvz",
+         "Energy Report",
+         "ER",
+         "Kilowright",
+         2,
+         4,
+         kUpdated,
+         kNotOffered,
+         {},
+         {{"reports_per_day", "1"}},
+         false,
+         kAgentSidecar,
+         "",
+         true},
+        {"sunrise_agent.nvz",
+         "Sunrise and Sunset",
+         "SUN",
+         "Aeolia",
+         5,
+         5,
+         kCurrent,
+         kNotOffered,
+         {},
+         {{"twilight", "civil"}},
+         false,
+         kAgentSidecar,
+         "",
+         true},
         {"weather_agent.nvz",
-         "Weather Agent",
+         "Weather",
          "WA",
          "Lumenwerk",
          std::nullopt,
          3,
          kNotOffered,
          kNotOffered,
-         {{"weather", "Weather"}},
-         {{"forecast_days", "5"}},
+         {},
+         {{"unit", "degrees"}},
          false,
-         "{\"agent\": true}\n"},
+         kAgentSidecar,
+         kDemoLibrary,
+         true},
+        {"voice_agent.nvz",
+         "Voice Control",
+         "VC",
+         "Audessa",
+         std::nullopt,
+         2,
+         kHeldBack,
+         kNotOffered,
+         {},
+         {{"languages", "3"}},
+         false,
+         "{\"agent\": true, \"minimumOSVersion\": \"99.0.0\"}\n",
+         "",
+         true},
     };
 }
 
@@ -319,8 +370,8 @@ std::string outcomeText(DemoOutcome outcome) {
 
 std::vector<DemoDriver> demoDrivers() {
     std::vector<DemoDriver> all;
-    for (auto group :
-         {lightsAndShades(), climateAndGarden(), picturesAndSound(), safety(), systemSide()}) {
+    for (auto group : {lightsAndShades(), climateAndGarden(), picturesAndSound(), safety(),
+                       systemSide(), agents()}) {
         for (DemoDriver& driver : group) all.push_back(std::move(driver));
     }
     return all;

@@ -38,7 +38,12 @@ struct DemoDriver {
     std::vector<DemoCapability> capabilities;
     bool restart = false;
     std::optional<std::string> sidecar;  ///< its text, as it stands beside the newer package
+    std::string library = {};            ///< the plug-in that an agent brings, empty without one
+    bool agent = false;
 };
+
+/// The plug-in's place in the package of the agent that brings one.
+inline constexpr const char* kDemoLibrary = "weather_agent.so";
 
 /// All of them.
 std::vector<DemoDriver> demoDrivers();

@@ -13,6 +13,7 @@ void addText(pugi::xml_node parent, const char* name, const std::string& text) {
 }
 
 void addProxies(pugi::xml_node root, const DemoDriver& driver) {
+    if (driver.proxies.empty()) return;
     pugi::xml_node proxies = root.append_child("proxies");
     int binding = kFirstProxyBinding;
     for (const DemoProxy& each : driver.proxies) {
@@ -68,6 +69,8 @@ std::string demoManifest(const DemoDriver& driver, int version) {
     addText(root, "version", std::to_string(version));
     addText(root, "modified", "2026-0" + std::to_string(1 + version % 9) + "-15 09:30");
     addText(root, "creator", driver.manufacturer);
+    if (driver.agent) addText(root, "agent", "true");
+    if (!driver.library.empty()) addText(root, "library", driver.library);
     if (driver.restart) addText(root, "restart_after_update", "true");
     addProxies(root, driver);
     pugi::xml_node capabilities = root.append_child("capabilities");

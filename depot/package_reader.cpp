@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <pugixml.hpp>
 #include <system_error>
@@ -132,7 +133,10 @@ Result<void> readManifest(std::string_view text, Document& document) {
     const pugi::xml_node root = manifest.document_element();
     const pugi::xml_text version = root.child("version").text();
     if (version.empty()) return failure("its manifest has no version");
-    document.version = static_cast<int>(version.as_uint());
+    const unsigned int number = version.as_uint();
+    if (number > static_cast<unsigned int>(std::numeric_limits<int>::max()))
+        return failure("its manifest's version is too large");
+    document.version = static_cast<int>(number);
     for (const auto& [element, out] :
          {std::pair{"name", &document.name}, std::pair{"model", &document.model},
           std::pair{"manufacturer", &document.manufacturer}}) {

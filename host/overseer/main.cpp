@@ -1,6 +1,8 @@
 #include <nv/logger.h>
+#include <nvhost/children.h>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,33 @@ void warnOfFewDescriptors(std::size_t limit) {
                     limit, kFewDescriptors));
 }
 
+/// Passes a wish to stop on to the host, also one that comes while the host is still starting.
+class StopRequest {
+  public:
+    /// Any thread.
+    void ask() {
+        const std::lock_guard lock(mutex_);
+        asked_ = true;
+        nv::hosting::stopChildren();
+        if (host_ != nullptr) host_->requestStop();
+    }
+    /// The host that is to hear of it from now on; false when somebody asked before.
+    bool follow(Host& host) {
+        const std::lock_guard lock(mutex_);
+        host_ = &host;
+        return !asked_;
+    }
+    void release() {
+        const std::lock_guard lock(mutex_);
+        host_ = nullptr;
+    }
+
+  private:
+    std::mutex mutex_;
+    bool asked_ = false;
+    Host* host_ = nullptr;
+};
+
 /// Runs the host until it stops or is to restart.
 Result<Host::End> run(const Invocation& invocation, const ControllerRoot& root) {
     const std::size_t descriptors = process::raiseDescriptorLimit();
@@ -55,13 +84,20 @@ Result<Host::End> run(const Invocation& invocation, const ControllerRoot& root) 
     if (Result<> cleaned = removeLeftovers(root); !cleaned) {
         return tl::unexpected(cleaned.error());
     }
+    StopRequest stop;
+    const process::SignalWaiter signals([&](int) { stop.ask(); });
     Result<std::unique_ptr<Host>> host = Host::start(invocation.configuration, root);
     if (!host) return tl::unexpected(host.error());
-    const process::SignalWaiter signals([&](int) { (*host)->requestStop(); });
-    std::printf("ready: %s\n", (*host)->summary().c_str());
-    std::fflush(stdout);
-    log::info("ready: " + (*host)->summary());
-    return (*host)->run();
+    if (stop.follow(**host)) {
+        std::printf("ready: %s\n", (*host)->summary().c_str());
+        std::fflush(stdout);
+        log::info("ready: " + (*host)->summary());
+    } else {
+        (*host)->requestStop();
+    }
+    const Host::End ended = (*host)->run();
+    stop.release();
+    return ended;
 }
 
 int actOnRoot(const Invocation& invocation, const std::string& program,
@@ -89,6 +125,7 @@ int actOnRoot(const Invocation& invocation, const std::string& program,
 }  // namespace
 
 int main(int argc, char** argv) {
+    process::openStandardStreams();
     process::takeSignals();
     const std::string program = process::ownProgram();
     const std::vector<std::string> arguments(argv, argv + argc);
@@ -101,7 +138,11 @@ int main(int argc, char** argv) {
             return initialize(*invocation);
         case Invocation::Action::kInstall:
         case Invocation::Action::kRun:
-            return actOnRoot(*invocation, program, arguments);
+            try {
+                return actOnRoot(*invocation, program, arguments);
+            } catch (const std::exception& exception) {
+                return fail(Error{std::string("cannot go on: ") + exception.what()});
+            }
     }
     return 1;
 }

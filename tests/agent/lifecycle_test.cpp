@@ -53,13 +53,6 @@ TEST(Lifecycle, EightCommandsAreThereHoweverOftenTheyAreRegistered) {
                                      "UPDATE_DRIVERS", "AUTO_ADD_AGENT"));
 }
 
-TEST(Lifecycle, WhatIsNotBuiltYetSaysSo) {
-    AgentSession session;
-    session.start();
-    EXPECT_THROW(session.ask("GET_SETUP"), std::runtime_error);
-    EXPECT_THROW(session.command("AUTO_ADD_AGENT"), std::runtime_error);
-}
-
 TEST(Lifecycle, LogRecordsNameTheAgentsSourceAndTheMethod) {
     AgentSession session;
     session.start();

@@ -128,7 +128,7 @@ TEST(Answer, JudgesEveryDocumentInOrderAndForgetsTheOneBefore) {
     session.command("EXECUTE_AUTO_UPDATE");
     session.journal.take();
     session.answer(0, 200,
-                   "<response><lst/><result name=\"response\" numFound=\"4\">"
+                   "<response><lst/><result name=\"response\" numFound=\"4\">stray"
                    "<doc><str name=\"filename\">a.nvz</str><int name=\"version\">3</int>"
                    "<str name=\"minimumOSVersion\">99.0.0</str></doc>"
                    "<doc><str name=\"filename\">held.nvz</str><int name=\"version\">9</int></doc>"

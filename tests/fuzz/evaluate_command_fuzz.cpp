@@ -2,17 +2,12 @@
 // item, and nothing outside the controller's folders comes to be. Bare drivers only: a package
 // would start the tool, a hundred times slower than everything else together.
 #include <boost/filesystem/operations.hpp>
-#include <cstdint>
-#include <cstdlib>
 
 #include "agent_session.h"
+#include "fuzz_input.h"
 #include "norvane_agent_driverupdate.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
 
 /// A controller with one driver in use and one that nothing uses.
 class Controller : public support::AgentSession {
@@ -57,7 +52,7 @@ bool namesAPackage(const nv::XmlNode::Ptr& items) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static Controller session;
     session.journal.take();
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text = textOf(data, size);
     const nv::XmlNode::Ptr items = nv::CreateXmlDocument(text)->GetRoot();
     if (namesAPackage(items)) return -1;
 

@@ -1,16 +1,10 @@
 // Manifest queries on any bytes: no query throws, all agree on what parses, and what one of them
 // answers does not depend on the others.
-#include <cstdint>
-#include <cstdlib>
-
 #include "agent_session.h"
+#include "fuzz_input.h"
 #include "norvane_agent_driverupdate.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
 
 void checkRecords(const norvane_agent_driverupdate::updateProxies& proxies,
                   const norvane_agent_driverupdate::updateCapabilities& capabilities) {
@@ -30,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     session.journal.take();
     session.log.setLevel(log4cplus::FATAL_LOG_LEVEL);
     const norvane_agent_driverupdate& agent = session.agent();
-    const std::string manifest(reinterpret_cast<const char*>(data), size);
+    const std::string manifest = textOf(data, size);
 
     constexpr int kUntouched = -77;
     int version = kUntouched;

@@ -73,6 +73,18 @@ void RecordingHost::ShowMessage(const std::string& text, int severity) {
     journal_.add("message " + std::to_string(severity) + " " + text);
 }
 
+std::vector<AgentFile> RecordingHost::GetLoadedAgents() {
+    std::vector<AgentFile> agents;
+    for (const std::string& file : agentFiles) agents.push_back({"agent in " + file, file});
+    return agents;
+}
+
+RESULTX RecordingHost::AddAgent(const std::string& name, const std::string& library,
+                                const std::string& fileName) {
+    journal_.add("add agent " + name + " | " + library + " | " + fileName);
+    return addAnswer;
+}
+
 void RecordingHost::AddDriverFileNames(std::set<std::string>& names) const {
     names.insert(driverFiles.begin(), driverFiles.end());
 }

@@ -21,7 +21,7 @@ namespace support {
 ///   "remove variable ID", "history TEXT | CATEGORY | SUBCATEGORY | RESULT", "notify XML",
 ///   "count NAMESPACE NAME TAG", "plain count NAMESPACE NAME VALUE RATE", "listen EMITTER EVENT",
 ///   "installed version NAME", "device ids NAME", "version document", "update NAME", "restart",
-///   "message SEVERITY TEXT"
+///   "message SEVERITY TEXT", "add agent NAME | LIBRARY | FILE"
 class RecordingHost : public IDriverHost,
                       public IOverseer,
                       public IProject,
@@ -42,6 +42,7 @@ class RecordingHost : public IDriverHost,
     std::string versionDocument =
         R"(<versions><version name="Overseer" version="3.4.0"/></versions>)";
     std::set<std::string> refusedUpdates;  ///< files whose update the host refuses
+    RESULTX addAnswer = 0;
     RESULTX listenerAnswer = 0;
     bool hasScheduler = true;
     std::string packagedFolder;
@@ -71,6 +72,9 @@ class RecordingHost : public IDriverHost,
     RESULTX UpdateDriver(const std::string& fileName) override;
     void Restart() override;
     void ShowMessage(const std::string& text, int severity) override;
+    std::vector<AgentFile> GetLoadedAgents() override;
+    RESULTX AddAgent(const std::string& name, const std::string& library,
+                     const std::string& fileName) override;
 
     // IProject
     void AddDriverFileNames(std::set<std::string>& names) const override;

@@ -18,7 +18,7 @@ contains "init" "$(cat "$world/said")" "what to do then"
 "$bin/overseer" --root "$controller" init --ca "$world/certs/ca.pem" >/dev/null
 expect 1 "$(code_of "$bin/overseer" --root "$controller" init)" "making a root twice"
 "$bin/overseer" --root "$controller" install "$world"/packages/older/*.nv? >/dev/null
-expect 3 "$(code_of ctl status)" "asking before a host runs"
+expect 5 "$(code_of ctl status)" "asking before a host runs"
 
 chapter "every driver goes to the version that the catalogue has for it"
 start_host --catalogue "$catalogue" --statsd "$statsd" --log-level debug
@@ -52,8 +52,9 @@ expect 0 "$(code_of ctl exclude add pool_pump.nvi "照明コントローラー.n
 expect 0 "$(code_of ctl restore pool_pump.nvi)" "restoring"
 expect 5 "$(version_of pool_pump.nvi)" "the restored version"
 expect 4 "$(code_of ctl update)" "an update while switched off"
-ctl events --follow >"$world/events.out" 2>&1 &
+ctl events --follow --from 1 >"$world/events.out" 2>&1 &
 started+=($!)
+await "$world/events.out" '#'
 ctl command UPDATE_DRIVERS restart_overseer=true "driver_files=<files><file><driver_name>pool_pump.nvi</driver_name></file></files>"
 for _ in $(seq 400); do [ "$(grep -c '^ready' "$world/host.out")" = 2 ] && break; sleep 0.025; done
 expect 2 "$(grep -c '^ready' "$world/host.out")" "how often the host came up"

@@ -105,7 +105,12 @@ Answer startRun(const Call& call) {
     }
     const std::string& agent = call.arguments.front();
     const auto member = body->find("forced");
-    const bool forced = member != body->end() && member->second == "true";
+    const bool given = member != body->end();
+    if (body->size() > (given ? 1U : 0U) ||
+        (given && member->second != "true" && member->second != "false")) {
+        return refusal(400, "bad_body", "a run takes one member, \"forced\": true or false");
+    }
+    const bool forced = given && member->second == "true";
     if (!forced && isSwitchedOff(agent, call.services.settings(agent))) {
         return refusal(409, "switched_off",
                        "automatic updating is switched off; switch it on, or force the run");

@@ -94,12 +94,21 @@ struct DriverInformation {
     std::string file;
     bool agent = false;  ///< the file of a packaged agent
     std::vector<DeviceInformation> devices;
+    bool inPlace = false;               ///< the file lies in its folder
     int installedVersion = 0;           ///< of the last successful apply, 0 when there was none
     std::optional<int> versionInPlace;  ///< of the file as it lies there; nothing when unreadable
     std::string appliedMd5;             ///< lower-case hexadecimal, empty when none is kept
     std::string previousMd5;            ///< of what `restore` can go back to, empty when none is
     std::optional<FileOutcome> lastOutcome;
     std::optional<Instant> lastOutcomeAt;
+};
+
+/// A driver file that was put in place.
+struct PlacedDriver {
+    std::string file;
+    int version = 0;      ///< that its manifest states
+    std::string library;  ///< of an agent's package: the plug-in that is loaded at the next start
+    bool added = false;   ///< it is new to the project
 };
 
 /// What a restore put back.

@@ -67,6 +67,13 @@ class ControlServices {
     virtual Result<> fire(std::uint32_t id) = 0;
 
     virtual Result<std::vector<DriverInformation>> drivers() = 0;
+    /// The driver file of that name; nothing when it is neither in the project nor in its folder.
+    /// `file` is any text.
+    virtual Result<std::optional<DriverInformation>> driver(const std::string& file) = 0;
+    /// Puts a copy of the file at `path` in place under the name `file`, and gives it a device, or
+    /// an agent's package its place among the agents, unless it has one. It is not applied. Both
+    /// are any text.
+    virtual Result<PlacedDriver> place(const std::string& file, const std::string& path) = 0;
     /// Puts back the last applied package where the file in place was never applied, else the
     /// previous one, and applies it. `file` is any text.
     virtual Result<RestoredDriver> restore(const std::string& file) = 0;

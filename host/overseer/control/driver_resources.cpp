@@ -1,8 +1,9 @@
 #include <nlohmann/json.hpp>
 
+#include "control/flat_object.h"
 #include "control/resource_handlers.h"
 
-// Schedule and drivers: listings, and the one thing each can be told to do.
+// Schedule and drivers: listings, and what each can be told to do.
 namespace overseer::control {
 namespace {
 
@@ -48,6 +49,34 @@ Answer listDrivers(const Call& call) {
         list.push_back(toJson(driver));
     }
     return jsonResponse({{"drivers", std::move(list)}});
+}
+
+Answer showDriver(const Call& call) {
+    const std::string& file = call.arguments.front();
+    const auto driver = call.services.driver(file);
+    if (!driver) {
+        return refusal(422, "driver_refused", driver.error().message);
+    }
+    if (!driver->has_value()) {
+        return refusal(404, "no_such_driver", "there is no driver file \"" + file + "\" here");
+    }
+    return jsonResponse(toJson(**driver));
+}
+
+Answer placeDriver(const Call& call) {
+    const auto body = readFlatObject(call.request.body);
+    if (!body) {
+        return refusal(400, "bad_body", body.error().message);
+    }
+    const auto path = body->find("path");
+    if (path == body->end()) {
+        return refusal(400, "bad_body", "the body names no \"path\"");
+    }
+    const auto placed = call.services.place(call.arguments.front(), path->second);
+    if (!placed) {
+        return refusal(422, "place_failed", placed.error().message);
+    }
+    return jsonResponse(toJson(*placed));
 }
 
 Answer restoreDriver(const Call& call) {

@@ -90,12 +90,20 @@ Json toJson(const DriverInformation& driver) {
     return {{"file", driver.file},
             {"agent", driver.agent},
             {"devices", std::move(devices)},
+            {"inPlace", driver.inPlace},
             {"installedVersion", driver.installedVersion},
             {"versionInPlace", orNull(driver.versionInPlace)},
             {"appliedMd5", orNull(driver.appliedMd5)},
             {"previousMd5", orNull(driver.previousMd5)},
             {"lastOutcome", driver.lastOutcome ? toJson(*driver.lastOutcome) : Json(nullptr)},
             {"lastOutcomeAt", orNull(driver.lastOutcomeAt)}};
+}
+
+Json toJson(const PlacedDriver& placed) {
+    return {{"file", placed.file},
+            {"version", placed.version},
+            {"library", orNull(placed.library)},
+            {"added", placed.added}};
 }
 
 Json toJson(const RestoredDriver& restored) {

@@ -19,6 +19,7 @@ Json toJson(const HistoryRecord& record);
 Json toJson(const Notification& notification);
 Json toJson(const ScheduledEvent& event);
 Json toJson(const DriverInformation& driver);
+Json toJson(const PlacedDriver& placed);
 Json toJson(const RestoredDriver& restored);
 Json toJson(const FileOutcome& file);
 Json toJson(const CatalogueContact& contact);

@@ -35,6 +35,8 @@ Answer listNotifications(const Call& call);
 Answer listSchedule(const Call& call);
 Answer fireEvent(const Call& call);
 Answer listDrivers(const Call& call);
+Answer showDriver(const Call& call);
+Answer placeDriver(const Call& call);
 Answer restoreDriver(const Call& call);
 
 // resources.cpp: what they share

@@ -39,6 +39,8 @@ const std::vector<Resource>& resources() {
         {"GET",  {"schedule"},                       listSchedule},
         {"POST", {"schedule", "*", "fire"},          fireEvent},
         {"GET",  {"drivers"},                        listDrivers},
+        {"GET",  {"drivers", "*"},                   showDriver},
+        {"POST", {"drivers", "*", "place"},          placeDriver},
         {"POST", {"drivers", "*", "restore"},        restoreDriver},
     };
     // clang-format on
@@ -104,6 +106,8 @@ Answer answer(ControlServices& services, const Request& request) {
         return route(services, request);
     } catch (const std::exception& error) {
         return refusal(500, "internal", error.what());
+    } catch (...) {
+        return refusal(500, "internal", "something that is no exception was thrown");
     }
 }
 
@@ -113,6 +117,8 @@ std::optional<Response> lookAt(const Wait& wait, ControlServices& services, bool
         return found || !last ? found : wait.expired(services);
     } catch (const std::exception& error) {
         return refusal(500, "internal", error.what());
+    } catch (...) {
+        return refusal(500, "internal", "something that is no exception was thrown");
     }
 }
 

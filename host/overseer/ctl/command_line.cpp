@@ -12,9 +12,10 @@ namespace overseer::ctl {
 namespace {
 
 constexpr const char* kExitCodes =
-    "Exit codes: 0 done; 1 it failed, the reason is on standard error; 2 the run ended and some of "
-    "it failed;\n3 no host runs on that root; 4 no run was started; 64 the command line was not "
-    "understood;\n130 interrupted.";
+    "Exit codes: 0 done; 1 it failed, the reason is on standard error; 2 some of the files "
+    "failed;\n"
+    "3 a file may not replace the installed one; 4 no run was started; 5 no host runs on that "
+    "root;\n64 the command line was not understood; 130 interrupted.";
 
 using Action = std::function<int(Session&)>;
 
@@ -30,6 +31,10 @@ struct Options {
     std::string state;
     std::uint64_t id = 0;
     std::uint64_t from = 0;
+    EvaluateOptions evaluate;
+    InstallOptions install;
+    SetupOptions setup;
+    AddAgentOptions addition;
     EventOptions events;
     HistoryOptions history;
     Action action;
@@ -51,6 +56,30 @@ CLI::App* command(CLI::App& parent, Options& options, const std::string& name,
     return added;
 }
 
+std::string checkRequestedVersion(const std::string& text) {
+    const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+    return isNumber || CLI::detail::to_lower(text) == "latest"
+               ? std::string()
+               : "\"" + text + "\" is neither a number nor \"latest\"";
+}
+
+void addAgentAddition(CLI::App& app, Options& options) {
+    CLI::App* add = command(
+        app, options, "add-agent", "Add an agent from the catalogue and wait for the outcome.",
+        "  overseerctl add-agent weather_agent\n"
+        "  overseerctl add-agent Weather --file weather_agent.nvz --version 3",
+        [&options](Session& session) { return addAgent(session, options.addition); });
+    add->add_option("NAME", options.addition.name, "The agent's name on this controller")
+        ->required();
+    add->add_option("--file", options.addition.file, "Its package in the catalogue (NAME.nvz)");
+    add->add_option("--library", options.addition.library,
+                    "The plug-in in the package, where its manifest does not name it");
+    add->add_option("--version", options.addition.version,
+                    "A package on the controller serves from this version on: a number, or latest "
+                    "(the catalogue's)")
+        ->check(checkRequestedVersion);
+}
+
 void addAgentCommands(CLI::App& app, Options& options) {
     CLI::App* send = command(
         app, options, "command",
@@ -58,7 +87,7 @@ void addAgentCommands(CLI::App& app, Options& options) {
         "one.",
         "  overseerctl command GET_STATE\n"
         "  overseerctl command SET_STATE auto_update_enabled=false\n"
-        "  overseerctl command EVALUATE_DRIVER drivers=@offers.xml    a value out of a file",
+        "  overseerctl command UPDATE_DRIVERS driver_files=@list.xml    a value out of a file",
         [&options](Session& session) {
             return runAgentCommand(session, options.name, options.words);
         });
@@ -74,6 +103,19 @@ void addAgentCommands(CLI::App& app, Options& options) {
                      "As the forced daily event: only what the catalogue forces, even when "
                      "automatic updating is off");
 
+    CLI::App* setup = command(
+        app, options, "setup",
+        "List what the catalogue knows of every driver and agent file here: versions, newer or "
+        "not, included in updates or not.",
+        "  overseerctl setup\n"
+        "  overseerctl setup --xml     as the agent tells it to user interfaces",
+        [&options](Session& session) { return showSetup(session, options.setup); });
+    setup->add_flag("--xml", options.setup.xml, "The agent's own node instead of a table");
+    setup->add_option("--timeout", options.setup.timeoutSeconds, "Seconds to wait (600)")
+        ->check(CLI::Range(std::uint64_t(1), std::uint64_t(3600)));
+
+    addAgentAddition(app, options);
+
     CLI::App* state = command(
         app, options, "auto-update", "Switch the daily automatic updating on or off.",
         "  overseerctl auto-update off",
@@ -86,7 +128,49 @@ void addAgentCommands(CLI::App& app, Options& options) {
             "  overseerctl settings --json", showSettings);
 }
 
+/// What the parser cannot tell by itself.
+int evaluateIfClear(Session& session, const Options& options) {
+    const bool oneName = options.evaluate.name.empty() || options.words.size() == 1;
+    if (oneName && !(options.evaluate.xml && session.json)) {
+        return evaluateDrivers(session, options.words, options.evaluate);
+    }
+    session.console.err << "overseerctl: "
+                        << (oneName ? "--xml and --json exclude each other"
+                                    : "--as goes with one FILE only")
+                        << std::endl;
+    return kUsage;
+}
+
+void addDriverFileCommands(CLI::App& app, Options& options) {
+    CLI::App* evaluate = command(
+        app, options, "evaluate",
+        "Ask whether driver files at hand may replace the installed ones, and at what price.",
+        "  overseerctl evaluate new/dimmer.nvz new/thermostat.nvi\n"
+        "  overseerctl evaluate download.tmp --as dimmer.nvz",
+        [&options](Session& session) { return evaluateIfClear(session, options); });
+    evaluate->add_option("FILE", options.words, "Packages (.nvz) and bare drivers (.nvi)")
+        ->required();
+    evaluate->add_option("--as", options.evaluate.name,
+                         "The installed driver's file name, where FILE is called otherwise");
+    evaluate->add_flag("--xml", options.evaluate.xml, "The answer as the agent gives it");
+
+    CLI::App* install = command(
+        app, options, "install",
+        "Bring driver files into the running controller; asks before it goes back to an older one.",
+        "  overseerctl install new/*.nv?\n"
+        "  overseerctl install old/dimmer.nvz --yes",
+        [&options](Session& session) {
+            return installDrivers(session, options.words, options.install);
+        });
+    install->add_option("FILE", options.words, "Packages (.nvz) and bare drivers (.nvi)")
+        ->required();
+    install->add_flag("--yes", options.install.yes, "Overwrite without asking");
+    install->add_flag("--restart", options.install.restart,
+                      "Restart the host afterwards, where one of the files needs that");
+}
+
 void addDriverCommands(CLI::App& app, Options& options) {
+    addDriverFileCommands(app, options);
     CLI::App* exclude =
         command(app, options, "exclude", "Change or show the list of files that are never updated.",
                 "  overseerctl exclude add \"Türklingel Plus.nvz\"\n"

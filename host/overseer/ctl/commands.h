@@ -26,8 +26,40 @@ int listExclusion(Session& session);
 // update.cpp
 int runUpdate(Session& session, bool forced);
 
+// setup.cpp
+struct SetupOptions {
+    bool xml = false;  ///< the agent's own node instead of a table
+    std::uint64_t timeoutSeconds = 600;
+};
+int showSetup(Session& session, const SetupOptions& options);
+
+// add_agent.cpp
+struct AddAgentOptions {
+    std::string name;     ///< the agent's, in the project
+    std::string file;     ///< its package; empty for NAME.nvz
+    std::string library;  ///< plug-in in the package; empty for the one its manifest names
+    std::string version = "latest";
+};
+int addAgent(Session& session, const AddAgentOptions& options);
+
 // restore.cpp
 int restoreDriver(Session& session, const std::string& file, bool exclude);
+
+// evaluate.cpp
+struct EvaluateOptions {
+    std::string name;  ///< of the installed driver, where it is not the file's own
+    bool xml = false;  ///< the agent's answer as it is
+};
+int evaluateDrivers(Session& session, const std::vector<std::string>& files,
+                    const EvaluateOptions& options);
+
+// install.cpp
+struct InstallOptions {
+    bool yes = false;      ///< overwrites without asking
+    bool restart = false;  ///< restarts the host where a driver needs it
+};
+int installDrivers(Session& session, const std::vector<std::string>& files,
+                   const InstallOptions& options);
 
 // events.cpp
 struct EventOptions {

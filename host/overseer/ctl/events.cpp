@@ -6,6 +6,7 @@
 
 #include "ctl/commands.h"
 #include "ctl/exit_codes.h"
+#include "ctl/notification_watch.h"
 #include "ctl/table.h"
 
 // What the host told its user interfaces: what is kept, or as it comes, over restarts of the host.
@@ -49,14 +50,6 @@ void printEvent(Session& session, const Json& event) {
                                localTimeOf(event, "at"), printable(textOf(event, "source")),
                                printable(xml.empty() ? textOf(event, "message") : summaryOf(xml)))
                         << std::endl;
-}
-
-Answered<std::uint64_t> numberAfterNewest(Session& session) {
-    const auto page = getJson(session, "/notifications?limit=0");
-    if (!page) {
-        return tl::unexpected(page.error());
-    }
-    return page->value("newest", std::uint64_t(0)) + 1;
 }
 
 int listEvents(Session& session, std::uint64_t from) {

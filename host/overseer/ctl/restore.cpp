@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -19,11 +18,10 @@ bool wantsExclusion(Session& session, const std::string& file) {
                             << std::endl;
         return false;
     }
-    session.console.out << "The next run would fetch the newer one again. Exclude "
-                        << printable(file) << " from updates? [y/N] " << std::flush;
-    std::string answer;
-    std::getline(session.console.in, answer);
-    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
+    return isConfirmed(session,
+                       fmt::format("The next run would fetch the newer one again. Exclude {} from "
+                                   "updates?",
+                                   printable(file)));
 }
 
 }  // namespace

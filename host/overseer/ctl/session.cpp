@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <time.h>
 #include <algorithm>
+#include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
@@ -37,15 +38,6 @@ std::string joined(const std::vector<std::string>& names) {
         text += (text.empty() ? "" : ", ") + name;
     }
     return text;
-}
-
-/// Bodies carry UTF-8 only; a parameter out of a file may hold anything.
-bool isUtf8(const std::string& text) {
-    try {
-        return !Json(text).dump().empty();
-    } catch (const Json::exception&) {
-        return false;
-    }
 }
 
 }  // namespace
@@ -115,6 +107,21 @@ Answered<Reply> sendCommand(Session& session, const std::string& agent, const st
     }
     const std::string target = agentTarget(agent, "/commands/" + control::percentEncoded(command));
     return session.client.post(target, Json(parameters).dump());
+}
+
+bool isConfirmed(Session& session, const std::string& question) {
+    session.console.out << question << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(session.console.in, answer);
+    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        return !Json(text).dump().empty();
+    } catch (const Json::exception&) {
+        return false;
+    }
 }
 
 std::string agentTarget(const std::string& agent, std::string_view rest) {

@@ -46,6 +46,12 @@ Answered<std::string> chooseAgent(Session& session, std::string_view command);
 Answered<Reply> sendCommand(Session& session, const std::string& agent, const std::string& command,
                             const std::map<std::string, std::string>& parameters);
 
+/// Asks the person at the terminal, who answers no unless it is a clear yes.
+bool isConfirmed(Session& session, const std::string& question);
+
+/// Whether it can travel: bodies carry UTF-8 only.
+bool isUtf8(const std::string& text);
+
 /// "/agents/NAME" followed by `rest`.
 std::string agentTarget(const std::string& agent, std::string_view rest);
 

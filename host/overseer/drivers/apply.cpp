@@ -26,14 +26,6 @@ bool isSame(const DriverRecord& one, const DriverRecord& other) {
            one.checkedNanoseconds == other.checkedNanoseconds;
 }
 
-AppliedDriver describe(const Manifest& manifest, const std::string& fileName) {
-    AppliedDriver driver;
-    driver.version = manifest.version;
-    driver.agent = manifest.agent;
-    driver.name = manifest.name.empty() ? path(fileName).stem().string() : manifest.name;
-    return driver;
-}
-
 /// Version of the copy's manifest, nothing when it has none that can be read.
 std::optional<int> versionOfCopy(const path& folder) {
     std::string text;
@@ -44,6 +36,18 @@ std::optional<int> versionOfCopy(const path& folder) {
 }
 
 }  // namespace
+
+AppliedDriver describeDriver(const std::string& fileName, const Manifest& manifest,
+                             const Package* package) {
+    AppliedDriver driver;
+    driver.version = manifest.version;
+    driver.agent = manifest.agent;
+    driver.name = manifest.name.empty() ? path(fileName).stem().string() : manifest.name;
+    if (package != nullptr && package->holdsFile(manifest.library)) {
+        driver.library = manifest.library;
+    }
+    return driver;
+}
 
 /// What tells without reading it that a file is the one that was looked at before.
 struct DriverApplication::Stamp {
@@ -79,7 +83,10 @@ Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occa
               : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
     if (applied) return applied;
     withdrawChecksum(fileName);
-    if (record.appliedMd5.empty()) return inContext(fileName, applied.error());
+    // An install puts the file back that was in place before, by itself.
+    if (record.appliedMd5.empty() || occasion == Occasion::kInstall) {
+        return inContext(fileName, applied.error());
+    }
     return failure("{}: {}; `overseerctl restore {}` puts back a file that was good", fileName,
                    applied.error().message, fileName);
 }
@@ -114,11 +121,7 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
     if (done) done = conclude(file, *stamp, *md5, manifest->version, record);
     if (!done) return tl::unexpected<Error>(done.error());
 
-    AppliedDriver driver = describe(*manifest, fileName);
-    if (driver.agent && package->holdsFile(manifest->library)) {
-        driver.library = manifest->library;
-    }
-    return driver;
+    return describeDriver(fileName, *manifest, &*package);
 }
 
 Result<AppliedDriver> DriverApplication::applyBareDriver(const std::string& fileName,
@@ -137,7 +140,7 @@ Result<AppliedDriver> DriverApplication::applyBareDriver(const std::string& file
     if (const Result<> done = conclude(file, *stamp, *md5, manifest->version, record); !done) {
         return tl::unexpected<Error>(done.error());
     }
-    return describe(*manifest, fileName);
+    return describeDriver(fileName, *manifest, nullptr);
 }
 
 Result<> DriverApplication::makeWhole(const Package& package, const std::string& manifestText,

@@ -27,8 +27,13 @@ struct AppliedDriver {
     int version = 0;
     std::string name;     ///< as the manifest calls it, else the file's stem
     bool agent = false;   ///< the manifest marks the package as an agent's
-    std::string library;  ///< that agent's plug-in, a file of its unpacked copy; empty without one
+    std::string library;  ///< the plug-in that it brings, a file of its unpacked copy; mostly empty
 };
+
+/// What applying a driver of that manifest comes to.
+/// @param package  which brought the manifest, null for a bare driver
+AppliedDriver describeDriver(const std::string& fileName, const Manifest& manifest,
+                             const Package* package);
 
 /// Makes a driver file as it now lies in its folder the one in use: the only way in which a version
 /// comes to be the installed one.

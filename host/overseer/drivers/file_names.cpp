@@ -36,6 +36,12 @@ Result<> checkDriverFileName(const std::string& fileName) {
     return {};
 }
 
+Result<> checkOfferedFileName(const std::string& fileName) {
+    if (Result<> named = checkDriverFileName(fileName); !named) return named;
+    if (isPackage(fileName) || boost::filesystem::path(fileName).extension() == ".nvi") return {};
+    return failure("{}: neither a package (.nvz) nor a bare driver (.nvi)", fileName);
+}
+
 bool isPackageName(const std::string& fileName) {
     return isPackage(fileName);
 }

@@ -14,6 +14,10 @@ namespace overseer {
 /// named by the stem, and would be another package.
 Result<> checkDriverFileName(const std::string& fileName);
 
+/// Whether a person may bring in a driver file of that name: one that may be called so, and that
+/// is a package's or a bare driver's.
+Result<> checkOfferedFileName(const std::string& fileName);
+
 /// Whether the name is a package's; exact, case included.
 bool isPackageName(const std::string& fileName);
 

@@ -1,6 +1,12 @@
 #include "drivers/manifest.h"
 
+#include <nv/file.h>
+
+#include <limits>
 #include <pugixml.hpp>
+
+#include "drivers/file_names.h"
+#include "drivers/package.h"
 
 namespace overseer {
 
@@ -15,14 +21,32 @@ Result<Manifest> parseManifest(const std::string& text, const std::string& sourc
     const pugi::xml_text version = root.child("version").text();
     if (!version) return failure("the manifest of {} names no version", source);
 
+    // As agents and catalogues read it; where that does not fit they would take it for a version
+    // below all others, and nothing newer could ever replace it.
+    const unsigned int number = version.as_uint();
+    if (number > static_cast<unsigned int>(std::numeric_limits<int>::max())) {
+        return failure("the manifest of {} names a version that is too large", source);
+    }
+
     Manifest manifest;
-    manifest.version = static_cast<int>(version.as_uint());
+    manifest.version = static_cast<int>(number);
     manifest.name = root.child("name").text().get();
     manifest.model = root.child("model").text().get();
     manifest.manufacturer = root.child("manufacturer").text().get();
     manifest.agent = root.child("agent").text().as_bool();
     manifest.library = root.child("library").text().get();
     return manifest;
+}
+
+Result<std::string> readManifestText(const boost::filesystem::path& file, const std::string& name) {
+    if (isPackageName(name)) {
+        const Result<Package> package = Package::open(file);
+        if (!package) return tl::unexpected<Error>(package.error());
+        return package->manifestText();
+    }
+    std::string text;
+    if (FileX::Load(file.string(), text) >= 0) return text;
+    return failure("{}: not a readable file of at most 16 MB", file.string());
 }
 
 }  // namespace overseer

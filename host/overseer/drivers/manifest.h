@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/filesystem/path.hpp>
 #include <string>
 
 #include "common/result.h"
@@ -21,5 +22,10 @@ struct Manifest {
 /// the catalogue read it: leading digits count, anything else is 0.
 /// @param source  what the text is of, for the message
 Result<Manifest> parseManifest(const std::string& text, const std::string& source);
+
+/// The text of the manifest of a driver file, as its bytes are, at most 16 MB: a package's member,
+/// or the bare driver itself. Never through a link.
+/// @param name  tells which of the two the file is; it may lie there under any other
+Result<std::string> readManifestText(const boost::filesystem::path& file, const std::string& name);
 
 }  // namespace overseer

@@ -185,6 +185,16 @@ Result<std::string> Package::manifestText() const {
     return failure("{} holds no {}", file_.string(), kManifest);
 }
 
+Result<> Package::checkContent() const {
+    for (const PackageMember& member : members_) {
+        if (member.kind != PackageMember::Kind::kFile) continue;
+        const Result<> read =
+            readContent(archive_.get(), member, [](const char*, std::size_t) { return true; });
+        if (!read) return inContext(file_.string(), read.error());
+    }
+    return {};
+}
+
 Result<> Package::unpackTo(const fs::path& folder) const {
     boost::system::error_code error;
     for (const PackageMember& member : members_) {

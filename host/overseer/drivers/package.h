@@ -26,6 +26,8 @@ class Package {
     bool holdsFile(const std::string& name) const;
     /// The manifest's text, at most 16 MB.
     Result<std::string> manifestText() const;
+    /// Reads every member to its end: what passes can be unpacked wherever there is room.
+    Result<> checkContent() const;
     /// Unpacks into an existing empty folder. Fails where a member's content does not match its
     /// checksum or its size; what was unpacked until then stays for the caller to remove.
     Result<> unpackTo(const boost::filesystem::path& folder) const;

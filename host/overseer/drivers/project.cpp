@@ -187,6 +187,14 @@ std::uint32_t Project::addAgent(const std::string& file, const std::string& name
     return entry.id;
 }
 
+Project Project::clone() const {
+    Project copy(file_, std::make_unique<pugi::xml_document>());
+    copy.document_->reset(*document_);
+    copy.devices_ = devices_;
+    copy.agents_ = agents_;
+    return copy;
+}
+
 Result<> Project::save() const {
     std::ostringstream text;
     document_->save(text, "    ", pugi::format_default, pugi::encoding_utf8);

@@ -45,6 +45,8 @@ class Project : public IProject, public IDeviceRegistry {
     /// that file becomes the agent and keeps its id.
     std::uint32_t addAgent(const std::string& file, const std::string& name,
                            const std::string& library);
+    /// The same project once more, for changes that are kept only once they are on the disk.
+    Project clone() const;
     /// Replaces the file by what the object holds now.
     Result<> save() const;
 

@@ -29,13 +29,14 @@ constexpr char kRestartList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 
 constexpr char kConfiguration[] =
     R"(# What the host of this controller is told when it starts; the command line overrides it.
+# docs/operating.md says more about each key.
 # A line that begins with # stands for the default that it shows, or for an example where there is
 # none.
 
 # Base URL of the driver catalogue and of its package files (no default: no catalogue is asked).
 #catalogue = "https://catalogue.example.com/solr"
 
-# Plug-in libraries of agents to load (none).
+# Plug-in libraries of agents to load (the one that was installed with the host).
 #agent = ["/usr/lib/overseer/norvane_agent_driverupdate.so"]
 
 # Where metrics are sent, HOST:PORT (nowhere).
@@ -44,7 +45,7 @@ constexpr char kConfiguration[] =
 # Namespaces whose tagged counts carry milliseconds and are sent as timings.
 #timing-namespaces = ["overseer.agent.driverupdate.updatetime", "overseer.agent.driverupdate.auto_add_agent_time"]
 
-# Least level that is logged: debug, info, warn or error.
+# Least severe level that is logged: trace, debug, info, warn or error.
 #log-level = "info"
 
 # Transfers at a time from one server.
@@ -58,7 +59,7 @@ constexpr char kConfiguration[] =
 #low-speed-time = 60
 
 # A package download fails when it comes to more than so many MB.
-#largest-file = 4096
+#largest-file = 1024
 
 # Seconds after which a command that a driver runs, unzip for instance, is ended.
 #command-time-limit = 600
@@ -119,7 +120,15 @@ Result<ControllerRoot> initializeRoot(const fs::path& folder, const fs::path& ca
     if (const Result<int> certificates = countCertificates(caFile); !certificates) {
         return inContext("CA bundle", certificates.error());
     }
+    boost::system::error_code ignored;
+    const bool wasThere = fs::exists(root->path(), ignored);
     if (const Result<> filled = fill(*root, caFile); !filled) {
+        // What this call made goes again, so that the next one finds the place vacant.
+        for (const char* made : {"drivers", "config", "certs", "state", "log", "run", "tmp",
+                                 "project.xml", "overseer.conf"}) {
+            fs::remove_all(root->path() / made, ignored);
+        }
+        if (!wasThere) fs::remove(root->path(), ignored);
         return inContext("the controller root was not completed", filled.error());
     }
     return root;

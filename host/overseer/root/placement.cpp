@@ -83,6 +83,12 @@ Result<> linkInPlace(const path& source, const path& target) {
     return renamed;
 }
 
+Result<> flushFolder(const path& folder) {
+    const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.isOpen() && ::fsync(opened.get()) == 0) return {};
+    return failure("cannot flush the folder {}: {}", folder.string(), lastErrorText());
+}
+
 Result<> flushFileSystem(const path& folder) {
     const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (opened.isOpen() && ::syncfs(opened.get()) == 0) return {};

@@ -25,6 +25,9 @@ Result<> copyInPlace(const boost::filesystem::path& source, const boost::filesys
 /// a copy where the file systems differ or allow no more links.
 Result<> linkInPlace(const boost::filesystem::path& source, const boost::filesystem::path& target);
 
+/// Flushes a folder, so that the names in it survive a power cut.
+Result<> flushFolder(const boost::filesystem::path& folder);
+
 /// Brings everything written on the file system of `folder` to the disk, names included.
 Result<> flushFileSystem(const boost::filesystem::path& folder);
 

@@ -7,6 +7,20 @@
 namespace overseer {
 
 Result<> Agents::load(const std::string& library) {
+    return startAll(library, std::nullopt);
+}
+
+void Agents::loadPackaged(const ProjectEntry& entry, const Result<boost::filesystem::path>& file) {
+    const Result<> started =
+        file ? startAll(file->string(), entry.id) : Result<>(tl::unexpected(file.error()));
+    if (started) return;
+    const std::string& why = started.error().message;
+    log::error(fmt::format("agent {} ({}) is not loaded and stays a device: {}", entry.name,
+                           entry.file, why));
+    unloaded_.push_back({entry.name, entry.id, entry.library, why});
+}
+
+Result<> Agents::startAll(const std::string& library, std::optional<std::uint32_t> firstDevice) {
     Result<std::shared_ptr<PluginLibrary>> loaded = PluginLibrary::load(library);
     if (!loaded) return tl::unexpected(loaded.error());
     libraries_.push_back(*loaded);
@@ -15,7 +29,9 @@ Result<> Agents::load(const std::string& library) {
             return failure("{} holds an agent \"{}\", and one of that name runs already", library,
                            name);
         }
-        auto agent = std::make_unique<HostedAgent>(surroundings_, *loaded, name, nextDevice_++);
+        const std::uint32_t device = firstDevice ? *firstDevice : nextDevice_++;
+        firstDevice.reset();
+        auto agent = std::make_unique<HostedAgent>(surroundings_, *loaded, name, device);
         // In the list before it starts: what it sets off finds it there.
         agents_.push_back(std::move(agent));
         if (Result<> started = agents_.back()->start(); !started) {

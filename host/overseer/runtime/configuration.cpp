@@ -1,11 +1,13 @@
 #include "runtime/configuration.h"
 
+#include <nv/file.h>
 #include <nv/http.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <fstream>
+#include <cstring>
 #include <iostream>
+#include <sstream>
 
 #ifndef OVERSEER_VERSION
 #error "the build names the version"
@@ -95,30 +97,64 @@ bool readCommandLine(int argc, const char* const* argv, Invocation& to) {
     }
 }
 
-/// The line on which a key stands, for a message: "line 7", or "" when it is not found.
-std::string placeOf(const std::string& file, const std::string& message) {
-    std::ifstream in(file);
+/// The line on which a key or a section stands, for a message: "line 7", or "" when none fits.
+std::string placeOf(const std::string& text, const std::string& message) {
+    std::istringstream in(text);
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         const std::size_t begin = line.find_first_not_of(" \t");
         const std::size_t end = line.find_first_of(" \t=:", begin == std::string::npos ? 0 : begin);
         if (begin == std::string::npos || line[begin] == '#' || line[begin] == ';') continue;
         const std::string key = line.substr(begin, end == std::string::npos ? end : end - begin);
-        if (message.find(key) != std::string::npos) return fmt::format(" line {}", number);
+        const bool isSection = line[begin] == '[';
+        if (isSection || message.find(key) != std::string::npos) {
+            return fmt::format(" line {}", number);
+        }
     }
     return "";
 }
 
+/// The first line that is neither empty nor a comment nor a section and sets nothing; 0 for none. A
+/// file that was cut ends in such a line, and the library would take the key for a flag.
+int lineWithoutValue(const std::string& text) {
+    std::istringstream in(text);
+    std::string line;
+    bool inList = false;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const std::size_t begin = line.find_first_not_of(" \t\r");
+        if (begin == std::string::npos || std::strchr("#;[", line[begin]) != nullptr) continue;
+        if (!inList && line.find('=') == std::string::npos) return number;
+        inList =
+            (inList || line.find('[') != std::string::npos) && line.find(']') == std::string::npos;
+    }
+    return 0;
+}
+
+/// What a damaged file holds must not steer the terminal that shows the message.
+std::string printable(std::string text) {
+    for (char& character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x20 || byte >= 0x7f) character = '?';
+    }
+    return text;
+}
+
 Result<> readFile(const std::string& file, Configuration& to) {
-    std::ifstream in(file);
-    if (!in) return failure("{} cannot be read; make a root with: overseer --root DIR init", file);
+    std::string text;
+    if (FileX::Load(file, text) < 0) {
+        return failure("{} cannot be read; make a root with: overseer --root DIR init", file);
+    }
+    if (const int line = lineWithoutValue(text); line != 0) {
+        return failure("{} line {}: a key without a value", file, line);
+    }
+    std::istringstream in(text);
     CLI::App app;
     declareSettings(app, to);
     app.allow_config_extras(CLI::config_extras_mode::error);
     try {
         app.parse_from_stream(in);
     } catch (const CLI::ParseError& error) {
-        return failure("{}{}: {}", file, placeOf(file, error.what()), error.what());
+        return failure("{}{}: {}", file, placeOf(text, error.what()), printable(error.what()));
     }
     // A folder opens like a file, and reads like an empty one.
     if (in.bad()) return failure("{} cannot be read to its end; is it a file?", file);

@@ -115,6 +115,14 @@ std::vector<control::AgentInformation> ControlBackend::agents() {
         information.answeringCommands = agent->answeringCommands();
         list.push_back(std::move(information));
     }
+    for (const UnloadedAgent& agent : surroundings_.agents.unloaded()) {
+        control::AgentInformation information;
+        information.name = agent.name;
+        information.deviceId = agent.deviceId;
+        information.library = agent.library;
+        information.problem = agent.problem;
+        list.push_back(std::move(information));
+    }
     return list;
 }
 
@@ -235,7 +243,19 @@ Result<> ControlBackend::fire(std::uint32_t id) {
 Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
     Result<std::vector<control::DriverInformation>> list = surroundings_.drivers.list();
     if (!list) return list;
-    std::map<std::string, std::pair<control::FileOutcome, control::Instant>> outcomes;
+    const Outcomes outcomes = lastOutcomes();
+    for (control::DriverInformation& driver : *list) addOutcome(outcomes, driver);
+    return list;
+}
+
+Result<std::optional<control::DriverInformation>> ControlBackend::driver(const std::string& file) {
+    Result<std::optional<control::DriverInformation>> driver = surroundings_.drivers.find(file);
+    if (driver && *driver) addOutcome(lastOutcomes(), **driver);
+    return driver;
+}
+
+ControlBackend::Outcomes ControlBackend::lastOutcomes() {
+    Outcomes outcomes;
     for (const auto& agent : surroundings_.agents.all()) {
         const std::optional<control::RunReport> run = lastRun(agent->name());
         if (!run) continue;
@@ -243,13 +263,19 @@ Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
             outcomes[file.file] = {file, run->finished.value_or(run->started)};
         }
     }
-    for (control::DriverInformation& driver : *list) {
-        const auto found = outcomes.find(driver.file);
-        if (found == outcomes.end()) continue;
-        driver.lastOutcome = found->second.first;
-        driver.lastOutcomeAt = found->second.second;
-    }
-    return list;
+    return outcomes;
+}
+
+void ControlBackend::addOutcome(const Outcomes& outcomes, control::DriverInformation& driver) {
+    const auto found = outcomes.find(driver.file);
+    if (found == outcomes.end()) return;
+    driver.lastOutcome = found->second.first;
+    driver.lastOutcomeAt = found->second.second;
+}
+
+Result<control::PlacedDriver> ControlBackend::place(const std::string& file,
+                                                    const std::string& path) {
+    return surroundings_.drivers.place(file, path);
 }
 
 Result<control::RestoredDriver> ControlBackend::restore(const std::string& file) {

@@ -59,9 +59,16 @@ class ControlBackend : public control::ControlServices {
     std::vector<control::ScheduledEvent> schedule() override;
     Result<> fire(std::uint32_t id) override;
     Result<std::vector<control::DriverInformation>> drivers() override;
+    Result<std::optional<control::DriverInformation>> driver(const std::string& file) override;
+    Result<control::PlacedDriver> place(const std::string& file, const std::string& path) override;
     Result<control::RestoredDriver> restore(const std::string& file) override;
 
   private:
+    /// What the last runs made of each file, and when.
+    using Outcomes = std::map<std::string, std::pair<control::FileOutcome, control::Instant>>;
+
+    Outcomes lastOutcomes();
+    static void addOutcome(const Outcomes& outcomes, control::DriverInformation& driver);
     std::string ownerOf(std::uint32_t deviceId) const;
 
     Surroundings surroundings_;

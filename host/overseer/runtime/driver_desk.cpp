@@ -1,6 +1,8 @@
 #include "runtime/driver_desk.h"
 
-#include <nv/file.h>
+#include <nvhost/children.h>
+
+#include <boost/filesystem/operations.hpp>
 
 #include <set>
 
@@ -8,9 +10,10 @@
 #include "drivers/driver_check.h"
 #include "drivers/file_names.h"
 #include "drivers/manifest.h"
-#include "drivers/package.h"
+#include "drivers/packaged_agents.h"
 #include "drivers/project.h"
 #include "drivers/restore.h"
+#include "drivers/staged_driver.h"
 
 namespace overseer {
 
@@ -20,19 +23,16 @@ constexpr RESULTX kRefused = -1;
 
 /// The version that the manifest of a file in place states; nothing when it cannot be read.
 std::optional<int> versionInPlace(const ControllerRoot& root, const std::string& fileName) {
-    const boost::filesystem::path file = driverFile(root, fileName);
-    std::string text;
-    if (isPackageName(fileName)) {
-        const Result<Package> package = Package::open(file);
-        if (!package) return std::nullopt;
-        Result<std::string> manifest = package->manifestText();
-        if (!manifest) return std::nullopt;
-        text = std::move(*manifest);
-    } else if (FileX::Load(file.string(), text) < 0) {
-        return std::nullopt;
-    }
-    const Result<Manifest> manifest = parseManifest(text, file.string());
+    const Result<std::string> text = readManifestText(driverFile(root, fileName), fileName);
+    if (!text) return std::nullopt;
+    const Result<Manifest> manifest = parseManifest(*text, fileName);
     return manifest ? std::optional(manifest->version) : std::nullopt;
+}
+
+bool isInPlace(const ControllerRoot& root, const std::string& fileName) {
+    boost::system::error_code error;
+    const auto status = boost::filesystem::symlink_status(driverFile(root, fileName), error);
+    return status.type() != boost::filesystem::file_not_found;
 }
 
 }  // namespace
@@ -48,16 +48,55 @@ Result<> DriverDesk::checkAll() {
         if (!checked.outcome) {
             log::error(fmt::format("driver {} cannot be used as it lies there: {}",
                                    checked.fileName, checked.outcome.error().message));
+            continue;
         }
+        follow(checked.fileName, *checked.outcome);
     }
     return flush();
 }
 
 RESULTX DriverDesk::update(const std::string& fileName) {
+    // However long the list that a command works off: the host stops between two files.
+    if (nv::hosting::childrenStopped()) return kRefused;
     const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kUpdate);
-    if (applied) return 0;
-    log::error("driver not applied: " + applied.error().message);
-    return kRefused;
+    if (!applied) {
+        log::error("driver not applied: " + applied.error().message);
+        return kRefused;
+    }
+    follow(fileName, *applied);
+    return 0;
+}
+
+void DriverDesk::follow(const std::string& fileName, const AppliedDriver& applied) {
+    // The driver is in use all the same; the next apply or start comes back to this.
+    const Result<> followed = followAgent(project_, root_, fileName, applied);
+    if (!followed) {
+        log::error(fmt::format("the project does not know what {} brings: {}", fileName,
+                               followed.error().message));
+    }
+}
+
+RESULTX DriverDesk::addAgent(const std::string& name, const std::string& library,
+                             const std::string& fileName) {
+    const auto refuse = [&fileName](const std::string& why) {
+        log::error(fmt::format("agent {} not added: {}", fileName, why));
+        return kRefused;
+    };
+    if (!isPackageName(fileName)) return refuse("an agent comes as a package (.nvz)");
+    const Result<AppliedDriver> applied = application_.apply(fileName, Occasion::kAdd);
+    if (!applied) return refuse(applied.error().message);
+    const Result<ProjectEntry> agent =
+        enterAgent(project_, root_, fileName, *applied, name, library);
+    if (!agent) return refuse(agent.error().message);
+    if (!library.empty() && agent->library != library) {
+        log::warn(fmt::format("{} holds no library {}; what its manifest names counts", fileName,
+                              library));
+    }
+    log::info(fmt::format(
+        "agent {} was added out of {}, version {}, {}", agent->name, fileName, applied->version,
+        agent->library.empty() ? "without a library"
+                               : "its library is loaded when the host next starts"));
+    return 0;
 }
 
 int DriverDesk::installedVersion(const std::string& fileName) {
@@ -94,9 +133,39 @@ control::DriverInformation DriverDesk::describe(const std::string& fileName, boo
         if (entry.file == fileName) driver.devices.push_back({entry.id, entry.name});
     }
     driver.installedVersion = record.version;
+    driver.inPlace = isInPlace(root_, fileName);
     driver.versionInPlace = versionInPlace(root_, fileName);
     driver.appliedMd5 = record.appliedMd5;
     driver.previousMd5 = record.previousMd5;
+    return driver;
+}
+
+Result<std::optional<control::DriverInformation>> DriverDesk::find(const std::string& fileName) {
+    if (const Result<> named = checkDriverFileName(fileName); !named) {
+        return tl::unexpected(named.error());
+    }
+    std::set<std::string> agents;
+    project_.AddAgentFileNames(agents);
+    if (project_.deviceIds(fileName).empty() && !isInPlace(root_, fileName)) return std::nullopt;
+    const Result<std::optional<DriverRecord>> record = ledger_.find(fileName);
+    if (!record) return tl::unexpected(record.error());
+    return describe(fileName, agents.count(fileName) != 0, record->value_or(DriverRecord()));
+}
+
+Result<control::PlacedDriver> DriverDesk::place(const std::string& fileName,
+                                                const std::string& path) {
+    if (!boost::filesystem::path(path).is_absolute()) {
+        return failure("\"{}\" is no absolute path", path);
+    }
+    const Result<PlacedFile> placed = placeDriver(path, fileName, root_, project_);
+    if (!placed) return tl::unexpected(placed.error());
+    log::info(fmt::format("driver {} of version {} was put in place from {}", fileName,
+                          placed->driver.version, path));
+    control::PlacedDriver driver;
+    driver.file = fileName;
+    driver.version = placed->driver.version;
+    driver.library = placed->driver.library;
+    driver.added = placed->added;
     return driver;
 }
 
@@ -105,6 +174,7 @@ Result<control::RestoredDriver> DriverDesk::restore(const std::string& fileName)
     if (!before) return tl::unexpected(before.error());
     const Result<AppliedDriver> restored = restoreDriver(fileName, root_, ledger_, application_);
     if (!restored) return tl::unexpected(restored.error());
+    follow(fileName, *restored);
     log::info(fmt::format("driver {} was restored to version {}", fileName, restored->version));
     if (Result<> flushed = flush(); !flushed) log::error(flushed.error().message);
     control::RestoredDriver driver;

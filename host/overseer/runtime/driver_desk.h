@@ -2,6 +2,7 @@
 
 #include <nv/result.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,11 @@ class DriverDesk {
     /// Applies the file of that name as it lies in its folder; negative, and an ERROR line that
     /// names the way back, when it was refused.
     RESULTX update(const std::string& fileName);
+    /// Applies an agent's package as it lies in its folder and puts the agent into the project;
+    /// negative, and an ERROR line, when it was refused.
+    /// @param name, library  empty for what the manifest says
+    RESULTX addAgent(const std::string& name, const std::string& library,
+                     const std::string& fileName);
     /// Version of the last successful apply, 0 when there was none.
     int installedVersion(const std::string& fileName);
     /// Brings what was applied to the disk, for when a run is over.
@@ -35,10 +41,15 @@ class DriverDesk {
 
     /// Every driver file of the project, in ascending order.
     Result<std::vector<control::DriverInformation>> list();
+    /// The driver file of that name; nothing when it is neither in the project nor in its folder.
+    Result<std::optional<control::DriverInformation>> find(const std::string& fileName);
+    /// Puts a file of this machine in place under that name, for a later `update`.
+    Result<control::PlacedDriver> place(const std::string& fileName, const std::string& path);
     /// Puts a kept package back and applies it.
     Result<control::RestoredDriver> restore(const std::string& fileName);
 
   private:
+    void follow(const std::string& fileName, const AppliedDriver& applied);
     control::DriverInformation describe(const std::string& fileName, bool agent,
                                         const DriverRecord& record) const;
 

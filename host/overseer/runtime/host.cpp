@@ -14,6 +14,7 @@
 
 #include "common/log.h"
 #include "control/server.h"
+#include "drivers/packaged_agents.h"
 #include "runtime/agents.h"
 #include "runtime/control_backend.h"
 #include "runtime/driver_desk.h"
@@ -114,14 +115,9 @@ Host::Services::Services(const Configuration& chosen, const ControllerRoot& fold
 }
 
 Scheduler::Surroundings Host::Services::schedulerSurroundings() {
-    return {loop,
-            nv::hosting::environment().clock,
-            state->schedule,
+    return {loop, nv::hosting::environment().clock, state->schedule,
             [this] { return idle.isIdle(); },
-            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); },
-            [this](std::uint32_t device, std::uint32_t event) {
-                log::info(fmt::format("event {} of device {} was removed", event, device));
-            }};
+            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); }};
 }
 
 control::HostInformation Host::Services::information() const {
@@ -152,6 +148,7 @@ void Host::Services::deliver(std::uint32_t deviceId, std::uint32_t eventId) {
 }
 
 void Host::Services::becameIdle() {
+    for (const auto& agent : agents.all()) agent->persist();
     if (Result<> stored = journal.networkIdle(); !stored) {
         log::error(fmt::format("the last run could not be stored: {}", stored.error().message));
     }
@@ -164,6 +161,11 @@ Result<> Host::Services::startAgents() {
     }
     for (const std::string& library : agentLibraries(configuration)) {
         if (Result<> loaded = agents.load(library); !loaded) return loaded;
+    }
+    // A copy: what an agent sets off as it starts may change the project.
+    for (const ProjectEntry& agent : std::vector<ProjectEntry>(state->project.agents())) {
+        if (agent.library.empty()) continue;
+        agents.loadPackaged(agent, agentLibrary(root, agent.file, agent.library));
     }
     idle.workMayHaveStarted();
     return {};

@@ -68,12 +68,13 @@ Result<std::optional<std::string>> HostedAgent::runCommand(
         known = agent != nullptr && (agent->GetUICmdDispatcher().DispatchUICmd(message, answer) ||
                                      agent->GetCmdDispatcher().DispatchCmd(message));
     });
-    persist();
+    const Result<> stored = persist();
     if (!called) {
         log::error(fmt::format("agent {}: {}", name_, called.error().message));
         return tl::unexpected(called.error());
     }
     if (!known) return failure("the agent {} knows no command {}", name_, command);
+    if (!stored) return inContext(command + " is done, but a restart loses it", stored.error());
     if (!answer || answer->IsEmpty()) return std::optional<std::string>();
     return std::optional<std::string>(answer->ToText(true));
 }
@@ -84,12 +85,13 @@ void HostedAgent::deliver(std::uint32_t eventId) {
     persist();
 }
 
-void HostedAgent::persist() {
-    const Result<> collected = surroundings_.settings.collect(name_, operations());
+Result<> HostedAgent::persist() {
+    Result<> collected = surroundings_.settings.collect(name_, operations());
     if (!collected) {
         log::error(fmt::format("settings of agent {} could not be stored: {}", name_,
                                collected.error().message));
     }
+    return collected;
 }
 
 nv::XmlNode::Ptr HostedAgent::persistedNode() {
@@ -99,14 +101,22 @@ nv::XmlNode::Ptr HostedAgent::persistedNode() {
 }
 
 std::vector<std::string> HostedAgent::plainCommands() {
-    IAgent* agent = operations().GetAgent();
-    return agent != nullptr ? agent->GetCmdDispatcher().GetCmdNames() : std::vector<std::string>();
+    std::vector<std::string> names;
+    logged("its list of commands", [&] {
+        if (IAgent* agent = operations().GetAgent())
+            names = agent->GetCmdDispatcher().GetCmdNames();
+    });
+    return names;
 }
 
 std::vector<std::string> HostedAgent::answeringCommands() {
-    IAgent* agent = operations().GetAgent();
-    return agent != nullptr ? agent->GetUICmdDispatcher().GetUICmdNames()
-                            : std::vector<std::string>();
+    std::vector<std::string> names;
+    logged("its list of commands", [&] {
+        if (IAgent* agent = operations().GetAgent()) {
+            names = agent->GetUICmdDispatcher().GetUICmdNames();
+        }
+    });
+    return names;
 }
 
 void HostedAgent::AddVariable(const VariableDeclaration& variable) {

@@ -57,8 +57,9 @@ class HostedAgent : public IDriverHost {
         const std::string& command, const std::map<std::string, std::string>& parameters);
     /// Hands an event of the schedule over; what the agent throws is logged.
     void deliver(std::uint32_t eventId);
-    /// Stores what the agent persists, when it changed.
-    void persist();
+    /// Stores what the agent persists, when it changed. A failure is logged too, and the next call
+    /// tries again.
+    Result<> persist();
     /// What would be stored now; a null node when there is none.
     nv::XmlNode::Ptr persistedNode();
     std::vector<std::string> plainCommands();

@@ -44,4 +44,17 @@ void OverseerInterface::ShowMessage(const std::string& text, int severity) {
     surroundings_.messages.show("", text, severity);
 }
 
+std::vector<AgentFile> OverseerInterface::GetLoadedAgents() {
+    std::vector<AgentFile> agents;
+    for (const ProjectEntry& agent : surroundings_.project.agents()) {
+        agents.push_back({agent.name, agent.file});
+    }
+    return agents;
+}
+
+RESULTX OverseerInterface::AddAgent(const std::string& name, const std::string& library,
+                                    const std::string& fileName) {
+    return surroundings_.drivers.addAgent(name, library, fileName);
+}
+
 }  // namespace overseer

@@ -33,6 +33,9 @@ class OverseerInterface : public IOverseer {
     RESULTX UpdateDriver(const std::string& fileName) override;
     void Restart() override;
     void ShowMessage(const std::string& text, int severity) override;
+    std::vector<AgentFile> GetLoadedAgents() override;
+    RESULTX AddAgent(const std::string& name, const std::string& library,
+                     const std::string& fileName) override;
 
   private:
     Surroundings surroundings_;

@@ -1,5 +1,6 @@
 #include "runtime/process.h"
 
+#include <fcntl.h>
 #include <linux/close_range.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -34,6 +35,13 @@ std::size_t raiseDescriptorLimit() {
     setrlimit(RLIMIT_NOFILE, &limit);
     getrlimit(RLIMIT_NOFILE, &limit);
     return limit.rlim_cur;
+}
+
+void openStandardStreams() {
+    for (int stream = 0; stream <= 2; ++stream) {
+        // The lowest free number is this one, since those below are open.
+        if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
+    }
 }
 
 void takeSignals() {

@@ -16,6 +16,10 @@ namespace overseer::process {
 /// @return the limit in force
 std::size_t raiseDescriptorLimit();
 
+/// Puts /dev/null in place of each standard stream that is closed, so that nothing that is opened
+/// later is taken for one. The very first thing to be called.
+void openStandardStreams();
+
 /// Blocks SIGINT and SIGTERM in the calling thread and all it starts, and ignores SIGPIPE. To be
 /// called first, before another thread exists.
 void takeSignals();

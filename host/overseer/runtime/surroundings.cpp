@@ -38,7 +38,7 @@ nv::hosting::TransportSettings transportSettings(const Configuration& configurat
     settings.caFile = root.caBundle().string();
     settings.lowSpeedBytesPerSecond = configuration.lowSpeedRate;
     settings.lowSpeedTime = std::chrono::seconds(configuration.lowSpeedTime);
-    settings.maximumFile = static_cast<std::uint64_t>(configuration.largestFile) << 20;
+    settings.maximumDownload = static_cast<std::uint64_t>(configuration.largestFile) << 20;
     settings.userAgent = "overseer/" + configuration.version;
     if (configuration.proxy.empty()) return settings;
     const std::size_t at = configuration.proxy.rfind('@');

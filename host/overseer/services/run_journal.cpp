@@ -140,7 +140,9 @@ void RunJournal::report(const std::string& agent, const std::string& file, FileO
 
 void RunJournal::queryFailed(const std::string& agent, const std::string& reason) {
     std::string full = reason;
-    const std::string detail = takeErrorDetail();
+    std::string detail = takeErrorDetail();
+    // The transfer went well, and the answer said no.
+    if (detail == "Success") detail = "the catalogue refused; the log names the status";
     if (reason == kUnspecificReason && !detail.empty()) full += " (" + detail + ")";
     if (const Result<RunRecord*> record = recordOf(agent)) {
         (*record)->contact.lastFailure = now();

@@ -119,18 +119,6 @@ Result<std::size_t> Scheduler::fire(std::uint32_t eventId) {
     return listeners.size();
 }
 
-Result<> Scheduler::remove(std::uint32_t eventId) {
-    const auto found = entries_.find(eventId);
-    if (found == entries_.end()) return failure("the schedule has no entry {}", eventId);
-    if (auto removed = surroundings_.store.remove(eventId); !removed) return removed;
-    const std::set<std::uint32_t> listeners = std::move(found->second.listeners);
-    entries_.erase(found);
-    std::erase_if(pending_, [&](const Pending& held) { return held.eventId == eventId; });
-    if (surroundings_.removed)
-        for (const std::uint32_t deviceId : listeners) surroundings_.removed(deviceId, eventId);
-    return {};
-}
-
 std::vector<ScheduleListing> Scheduler::list(bool withHidden) const {
     std::vector<ScheduleListing> listing;
     for (const auto& [id, entry] : entries_) {

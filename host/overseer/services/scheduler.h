@@ -55,8 +55,6 @@ class Scheduler : public nv::scheduler::IScheduler {
 
     /// Hands an event to a device; catches what the device throws.
     using Delivery = std::function<void(std::uint32_t deviceId, std::uint32_t eventId)>;
-    /// Told when an entry is gone, so that its listeners can be.
-    using Removal = Delivery;
 
     /// What it stands on; all of it outlives the scheduler.
     struct Surroundings {
@@ -65,7 +63,6 @@ class Scheduler : public nv::scheduler::IScheduler {
         ScheduleStore& store;
         std::function<bool()> networkIdle;
         Delivery deliver;
-        Removal removed;  ///< may be empty
     };
 
     explicit Scheduler(Surroundings surroundings);
@@ -90,8 +87,6 @@ class Scheduler : public nv::scheduler::IScheduler {
     /// Delivers to all listeners at once, for a person who asks; leaves the times as they are.
     /// @return to how many devices; an error when there is no such entry or nobody listens
     Result<std::size_t> fire(std::uint32_t eventId);
-    /// Removes an entry and tells its listeners.
-    Result<> remove(std::uint32_t eventId);
     /// In order of id. @param withHidden  those that are left out of listings for users too
     std::vector<ScheduleListing> list(bool withHidden) const;
 

@@ -11,7 +11,7 @@
 #include <optional>
 #include <pugixml.hpp>
 
-#include "state/durable_files.h"
+#include "root/placement.h"
 
 namespace overseer::agent_copies {
 namespace {
@@ -82,7 +82,8 @@ Result<> write(const fs::path& folder, const std::string& agent, const std::stri
     boost::system::error_code error;
     fs::create_directories(folder, error);
     if (error) return failure("cannot make the folder {}: {}", folder.string(), error.message());
-    return durable_files::put(folder / fileNameOf(agent), xml);
+    Result<> written = writeInPlace(folder / fileNameOf(agent), xml, Flush::kBefore);
+    return written ? flushFolder(folder) : written;
 }
 
 Result<> remove(const fs::path& folder, const std::string& agent) {

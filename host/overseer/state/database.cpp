@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <system_error>
 
+#include "root/placement.h"
 #include "state/agent_copies.h"
 #include "state/carry_over.h"
-#include "state/durable_files.h"
 #include "state/schema.h"
 
 namespace overseer {
@@ -144,7 +144,7 @@ Result<std::optional<std::string>> establish(const fs::path& file, const fs::pat
     const fs::path aside = freeName(beside(file, ".damaged-").string() + utcFileNamePart(now));
     if (auto moved = setAside(file, aside); !moved) return tl::unexpected(moved.error());
     if (auto placed = move(fresh, file); !placed) return tl::unexpected(placed.error());
-    if (auto flushed = durable_files::flushFolder(file.parent_path()); !flushed)
+    if (auto flushed = flushFolder(file.parent_path()); !flushed)
         return tl::unexpected(flushed.error());
     const std::string saved = carried->empty() ? "nothing" : *carried;
     if (finding.condition == Condition::kDamaged)

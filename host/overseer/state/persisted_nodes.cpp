@@ -16,7 +16,13 @@ Result<std::optional<std::string>> PersistedNodes::find(const std::string& agent
 Result<bool> PersistedNodes::store(const std::string& agent, const std::string& xml) {
     const Result<std::optional<std::string>> stored = find(agent);
     if (!stored) return tl::unexpected(stored.error());
-    if (stored->value_or(std::string()) == xml) return false;
+    if (stored->value_or(std::string()) == xml) {
+        // A copy that was lost, or could not be written the last time, comes back.
+        const Result<> copied = keepCopy(agent, xml);
+        if (!copied) return tl::unexpected(copied.error());
+        return false;
+    }
+    copied_.erase(agent);
     auto statement =
         Statement::prepare(database_.durable(),
                            xml.empty() ? "DELETE FROM persisted_nodes WHERE agent=?1"
@@ -27,10 +33,17 @@ Result<bool> PersistedNodes::store(const std::string& agent, const std::string& 
     if (!xml.empty()) statement->add(xml);
     if (auto written = statement->run(); !written)
         return inContext("cannot store the settings of " + agent, written.error());
-    const Result<> copied = xml.empty() ? agent_copies::remove(database_.copiesFolder(), agent)
-                                        : agent_copies::write(database_.copiesFolder(), agent, xml);
+    const Result<> copied = keepCopy(agent, xml);
     if (!copied) return tl::unexpected(copied.error());
     return true;
+}
+
+Result<> PersistedNodes::keepCopy(const std::string& agent, const std::string& xml) {
+    if (copied_.count(agent) != 0) return {};
+    Result<> copied = xml.empty() ? agent_copies::remove(database_.copiesFolder(), agent)
+                                  : agent_copies::write(database_.copiesFolder(), agent, xml);
+    if (copied) copied_.insert(agent);
+    return copied;
 }
 
 Result<std::vector<std::string>> PersistedNodes::agents() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,10 @@ class PersistedNodes {
     Result<std::vector<std::string>> agents();
 
   private:
+    Result<> keepCopy(const std::string& agent, const std::string& xml);
+
     Database& database_;
+    std::set<std::string> copied_;  ///< agents whose copy is known to hold what is stored
 };
 
 }  // namespace overseer

@@ -119,10 +119,15 @@ void place(const path& from, const path& target, Placing placing, error_code& er
     if (!error) placing(source, from, target, mode, error);
 }
 
-void report(const path& source, const path& target, const error_code& error) {
-    LOG4CPLUS_ERROR(log4cplus::Logger::getRoot(),
-                    "file: \"" << target.string() << "\" could not be replaced by \""
-                               << source.string() << "\": " << error.message());
+/// Marks the target and logs, as far as there is memory to do so.
+void remember(const path& source, const path& target, const error_code& error) noexcept {
+    try {
+        failureMarks().set(target.filename().string());
+        LOG4CPLUS_ERROR(log4cplus::Logger::getRoot(),
+                        "file: \"" << target.string() << "\" could not be replaced by \""
+                                   << source.string() << "\": " << error.message());
+    } catch (...) {  // NOLINT(bugprone-empty-catch): nobody is left to tell
+    }
 }
 
 }  // namespace
@@ -137,10 +142,10 @@ void replace(const path& source, const path& target, error_code& error) noexcept
             failureMarks().clear(name);
             return;
         }
-        failureMarks().set(name);
-        report(source, target, error);
+        remember(source, target, error);
     } catch (...) {
         error = make_error_code(boost::system::errc::not_enough_memory);
+        remember(source, target, error);
     }
 }
 

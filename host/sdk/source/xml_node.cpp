@@ -138,7 +138,9 @@ XmlNode::Ptr XmlNodeIterator::Next() {
 
 XmlDocument::XmlDocument(const std::string& text) : root_(CreateXmlNode()) {
     auto tree = std::make_shared<pugi::xml_document>();
-    if (!tree->load_buffer(text.data(), text.size())) return;
+    // A text of blanks is a text too: a setting may consist of them.
+    constexpr unsigned int kFlags = pugi::parse_default | pugi::parse_ws_pcdata_single;
+    if (!tree->load_buffer(text.data(), text.size(), kFlags)) return;
     const pugi::xml_node root = tree->document_element();
     // pugixml accepts a second root; which of the two was meant cannot be known.
     if (!root || nextElement(root.next_sibling())) return;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <set>
 #include <stdexcept>
 
 #include "control/control_services.h"
@@ -37,6 +39,9 @@ class FakeServices : public ControlServices {
     std::uint64_t newest = 0;
     NotificationObserver* observer = nullptr;
     std::vector<std::uint32_t> fired;
+    std::set<std::string> inPlace;                            ///< names of driver files
+    std::vector<std::pair<std::string, std::string>> placed;  ///< names, and files put there
+    std::map<std::string, std::string> answers;  ///< XML by command, of those without one here
 
     void publish(std::string xml) {
         kept.push_back({++newest, Instant{}, kAgent, std::move(xml), "", 0});
@@ -62,6 +67,9 @@ class FakeServices : public ControlServices {
                 "<persist_data><auto_update_enabled>true</auto_update_enabled>"
                 "<excluded_files>" +
                 parameters.at("exclude") + "</excluded_files></persist_data>";
+        }
+        if (const auto given = answers.find(command); given != answers.end()) {
+            return given->second;
         }
         return command == "GET_STATE" ? std::optional<std::string>("<state>on</state>")
                                       : std::nullopt;
@@ -125,6 +133,26 @@ class FakeServices : public ControlServices {
         plain.file = "dimmer.nvi";
         plain.installedVersion = 3;
         return std::vector<DriverInformation>{driver, plain};
+    }
+    Result<std::optional<DriverInformation>> driver(const std::string& file) override {
+        if (file.front() == '.') {
+            return failure("\"{}\" cannot be the name of a driver file", file);
+        }
+        if (inPlace.count(file) == 0) {
+            return std::nullopt;
+        }
+        DriverInformation driver;
+        driver.file = file;
+        driver.inPlace = true;
+        return driver;
+    }
+    Result<PlacedDriver> place(const std::string& file, const std::string& path) override {
+        if (file == "blocked.nvi") {
+            return failure("{}: a folder is in the way", path);
+        }
+        placed.emplace_back(file, path);
+        const bool added = inPlace.insert(file).second;
+        return PlacedDriver{file, 13, file == "agent.nvz" ? "agent.so" : "", added};
     }
     Result<RestoredDriver> restore(const std::string& file) override {
         if (file == "nothing.nvz") {

@@ -3,9 +3,8 @@
 #include <fstream>
 #include <future>
 #include <mutex>
-#include <sstream>
 
-#include "ctl/command_line.h"
+#include "console_run.h"
 #include "ctl/exit_codes.h"
 #include "running_server.h"
 
@@ -19,24 +18,6 @@ using control::TemporaryRoot;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-struct Ran {
-    int code;
-    std::string out;
-    std::string err;
-};
-
-Ran runOn(const std::string& root, std::vector<std::string> arguments,
-          const std::string& typed = "", bool interactive = false) {
-    std::istringstream in(typed);
-    std::ostringstream out;
-    std::ostringstream err;
-    Console console{in, out, err, interactive, interactive, false};
-    const Interruption interruption;
-    arguments.insert(arguments.begin(), {"--root", root});
-    const int code = run(arguments, console, interruption);
-    return {code, out.str(), err.str()};
-}
 
 struct CommandCase {
     const char* name;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "drivers/staged_driver.h"
 #include "overseer/drivers/driver_site.h"
 
 namespace overseer {
@@ -55,7 +56,7 @@ TEST_F(Install, leavesTheOldFileAndItsCopyWhenTheNewOneFails) {
     EXPECT_FALSE(install({writePackage(folder / "l.nvz", {{"x", "no manifest"}})})[0].outcome);
     EXPECT_EQ(contentOf(driverFile(root, "l.nvz")), old);
 
-    // Found out only when it is unpacked.
+    // Found out only when it is read to its end.
     std::string bytes = contentOf(writePackage(
         folder / "l.nvz", {{"driver.xml", manifestOf(5)}, {"data", std::string(9000, 'd')}}));
     bytes[bytes.find("data") + 10] ^= 0x55;
@@ -66,10 +67,60 @@ TEST_F(Install, leavesTheOldFileAndItsCopyWhenTheNewOneFails) {
     EXPECT_EQ(checksum("l.nvz"), md5Of(driverFile(root, "l.nvz")).value());
     EXPECT_EQ(recorded("l.nvz"), 4);
 
+    // Found out only when it is recorded.
+    ledger.full = true;
+    EXPECT_FALSE(install({writePackage(folder / "l.nvz", membersOf(7))})[0].outcome);
+    ledger.full = false;
+    EXPECT_EQ(contentOf(driverFile(root, "l.nvz")), old);
+
     fs::remove(driverFile(root, "l.nvz"));
     fs::create_directory(driverFile(root, "l.nvz"));
     EXPECT_FALSE(install({writePackage(folder / "l.nvz", membersOf(6))})[0].outcome);
     EXPECT_TRUE(fs::is_directory(driverFile(root, "l.nvz")));
+    for (fs::directory_iterator entry(root.packagedDrivers()), end; entry != end; ++entry) {
+        EXPECT_NE(entry->path().filename().string().front(), '.') << "left behind: " << *entry;
+    }
+}
+
+TEST_F(Install, placesAFileWithoutApplyingIt) {
+    const fs::path light = writePackage(folder / "offer.tmp", membersOf(4));
+    const auto placed = placeDriver(light, "light.nvz", root, project);
+    ASSERT_TRUE(placed) << placed.error().message;
+    EXPECT_EQ(placed->driver.version, 4);
+    EXPECT_TRUE(placed->added);
+    EXPECT_EQ(contentOf(driverFile(root, "light.nvz")), contentOf(light));
+    EXPECT_EQ(recorded("light.nvz"), 0);
+    EXPECT_FALSE(placeDriver(light, "light.nvz", root, project)->added);
+    EXPECT_EQ(Project::load(root.projectFile())->deviceIds("light.nvz").size(), 1u);
+}
+
+TEST_F(Install, placesNothingOverWhatIsThereWhenAnythingIsWrong) {
+    const fs::path good = writePackage(folder / "good.nvz", membersOf(5));
+    ASSERT_TRUE(placeDriver(good, "l.nvz", root, project));
+    std::string bytes = contentOf(writePackage(
+        folder / "crc.nvz", {{"driver.xml", manifestOf(6)}, {"data", std::string(9000, 'd')}}));
+    bytes[bytes.find("data") + 10] ^= 0x55;
+    fs::create_symlink(good, folder / "link.nvz");
+    ASSERT_EQ(::mkfifo((folder / "pipe.nvz").c_str(), 0600), 0);
+    const auto reasonAgainst = [this](const fs::path& file, const std::string& name) {
+        const auto placed = placeDriver(file, name, root, project);
+        return placed ? std::string("placed") : placed.error().message;
+    };
+    EXPECT_THAT(reasonAgainst(folder.write("crc.nvz", bytes), "l.nvz"), HasSubstr("\"data\""));
+    for (const fs::path& file : {folder / "link.nvz", folder / "pipe.nvz", folder / "absent.nvz",
+                                 folder.write("t", "x")}) {
+        EXPECT_THAT(reasonAgainst(file, "l.nvz"), HasSubstr(file.string()));
+    }
+    EXPECT_THAT(reasonAgainst(good, "../l.nvz"), HasSubstr("name of a driver file"));
+    EXPECT_THAT(reasonAgainst(good, "l.nvz.nvz"), HasSubstr("name of a package"));
+    EXPECT_EQ(contentOf(driverFile(root, "l.nvz")), contentOf(good));
+
+    // That it failed is known to who asked; the next update of that name is not to suffer for it.
+    fs::create_directory(driverFile(root, "way.nvz"));
+    EXPECT_THAT(reasonAgainst(good, "way.nvz"), HasSubstr("could not be put at"));
+    fs::remove(driverFile(root, "way.nvz"));
+    package("way.nvz", 3);
+    EXPECT_EQ(apply("way.nvz", Occasion::kUpdate), "3");
     for (fs::directory_iterator entry(root.packagedDrivers()), end; entry != end; ++entry) {
         EXPECT_NE(entry->path().filename().string().front(), '.') << "left behind: " << *entry;
     }

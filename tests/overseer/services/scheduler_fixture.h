@@ -33,10 +33,7 @@ class SchedulerFixture : public testing::Test {
         store_ = std::make_unique<overseer::ScheduleStore>(*database_);
         scheduler_ = std::make_unique<overseer::Scheduler>(overseer::Scheduler::Surroundings{
             context_, clock_, *store_, [this] { return idle_; },
-            [this](std::uint32_t device, std::uint32_t event) { delivered(device, event); },
-            [this](std::uint32_t device, std::uint32_t event) {
-                removals_.push_back(fmt::format("{}:{}", device, event));
-            }});
+            [this](std::uint32_t device, std::uint32_t event) { delivered(device, event); }});
         ASSERT_TRUE(scheduler_->start());
     }
 
@@ -71,7 +68,6 @@ class SchedulerFixture : public testing::Test {
     std::shared_ptr<FakeClock> clock_;
     bool idle_ = true;
     std::vector<std::string> deliveries_;
-    std::vector<std::string> removals_;
     std::function<void()> onDelivery_;
     std::unique_ptr<overseer::Database> database_;
     std::unique_ptr<overseer::ScheduleStore> store_;

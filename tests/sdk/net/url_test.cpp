@@ -22,6 +22,7 @@ TEST(UrlTest, SendsOnlyWhatMayStandInARequestLine) {
         {std::string("http://host/a\0b", 15), "http://host/a%00b"},
         {"http://host/\xC3\xA9", "http://host/%C3%A9"},
         {"http://host/<>\\^`{|}[]#x", "http://host/%3C%3E%5C%5E%60%7B%7C%7D%5B%5D%23x"},
+        {"http://host#x", "http://host/%23x"},
         {"http://host/100%/%4/%zz/%4a", "http://host/100%25/%254/%25zz/%4a"},
         {"http://host/../a/./b", "http://host/../a/./b"},
     };

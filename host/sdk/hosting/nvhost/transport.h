@@ -83,8 +83,8 @@ struct TransportSettings {
     std::chrono::seconds queryTimeout{300};  ///< of an HttpClient request, once it has a slot
     int lowSpeedBytesPerSecond = 1024;       ///< of nv::Curl transfers
     std::chrono::seconds lowSpeedTime{60};
-    std::size_t maximumAnswer = 64u << 20;   ///< bytes of an HttpClient payload
-    std::uint64_t maximumFile = 4ull << 30;  ///< bytes of what an nv::Curl transfer delivers
+    std::size_t maximumAnswer = 64u << 20;     ///< bytes of an HttpClient payload
+    std::uint64_t maximumDownload = 1u << 30;  ///< bytes of an nv::Curl transfer
     std::string proxyHost;
     int proxyPort = 0;
     std::string proxyUser;

@@ -27,6 +27,12 @@ class IDeviceRegistry {
     virtual std::vector<std::uint32_t> GetDeviceIds(const std::string& fileName) const = 0;
 };
 
+/// An agent of the project that came as a package.
+struct AgentFile {
+    std::string name;      ///< as the project has it
+    std::string fileName;  ///< its package
+};
+
 /// The host, as a driver sees it. Called on the I/O thread; valid as long as the driver lives.
 class IOverseer {
   public:
@@ -45,4 +51,13 @@ class IOverseer {
     virtual void Restart() = 0;
     /// Shows a message to whoever watches the host. @param severity  0 is information
     virtual void ShowMessage(const std::string& text, int severity) = 0;
+    /// The packaged agents, loaded or not: the built-in plug-ins have no file and are left out.
+    virtual std::vector<AgentFile> GetLoadedAgents() = 0;
+    /// Applies an agent's package as it now lies in its folder and puts the agent into the project;
+    /// its library is loaded when the host next starts. Negative when refused: no such package, or
+    /// none that can be used.
+    /// @param name     the agent's name in the project; empty for the one in its manifest
+    /// @param library  plug-in inside the package; empty for the one that its manifest names
+    virtual RESULTX AddAgent(const std::string& name, const std::string& library,
+                             const std::string& fileName) = 0;
 };

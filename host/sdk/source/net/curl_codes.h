@@ -16,7 +16,7 @@ constexpr int kTimedOut = 28;
 constexpr int kRangeError = 33;
 constexpr int kAbortedByCallback = 42;
 constexpr int kReceiveError = 56;
-constexpr int kFileTooLarge = 63;
+constexpr int kTooLarge = 63;
 }  // namespace curl_code
 
 /// libcurl's text for a CURLcode.

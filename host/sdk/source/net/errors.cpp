@@ -1,5 +1,7 @@
 #include "errors.h"
 
+#include <log4cplus/loggingmacros.h>
+
 #include <string>
 
 #include "curl_codes.h"
@@ -64,6 +66,13 @@ boost::system::error_code errorCode(Error error) {
 boost::system::error_code transferErrorCode(int curlCode) {
     static const TransferCategory category;
     return {curlCode, category};
+}
+
+void logFailure(const char* what, const std::string& url, const std::string& reason) {
+    constexpr std::size_t kShown = 200;
+    LOG4CPLUS_WARN(log4cplus::Logger::getRoot(),
+                   "network: " << what << " of " << url.substr(0, kShown)
+                               << (url.size() > kShown ? "…" : "") << " failed: " << reason);
 }
 
 }  // namespace nv::net

@@ -6,7 +6,6 @@
 #include <boost/asio/buffer.hpp>
 #include <utility>
 
-#include <log4cplus/loggingmacros.h>
 #include <nv/http.h>
 #include <nvhost/environment.h>
 
@@ -151,9 +150,8 @@ bool FileTransfer::deliver(const char* data, std::size_t size) {
         fail(curl_code::kRangeError, "More bytes came than were promised");
         return false;
     }
-    // A server that never ends would keep its slot, and the receiver busy, for ever.
-    if (file_.delivered + size > hosting::transportSettings(context_).maximumFile) {
-        fail(curl_code::kFileTooLarge, "The file is too large");
+    if (size > hosting::transportSettings(context_).maximumDownload - file_.delivered) {
+        fail(curl_code::kTooLarge, "The file is larger than this host takes");
         return false;
     }
     file_.delivered += size;
@@ -268,12 +266,9 @@ void FileTransfer::finish(const Curl::Code& code) {
     const auto self = shared_from_this();
     const auto callbacks = std::exchange(callbacks_, nullptr);
     if (const auto ended = std::exchange(ended_, nullptr)) ended(*this);
-    if (kept.value() != curl_code::kOk) {
-        // The receiver may look at the bytes alone, and then cannot say why they are not whole.
-        LOG4CPLUS_WARN(log4cplus::Logger::getRoot(),
-                       "net: " << wireUrl_ << " was not fetched: " << kept.toString());
-    }
-    if (callbacks && callbacks->completed) callbacks->completed(self, kept);
+    if (!callbacks) return;
+    if (!kept.ok()) logFailure("download", url_, kept.toString());
+    if (callbacks->completed) callbacks->completed(self, kept);
 }
 
 void FileTransfer::finishLater(const Curl::Code& code) {

@@ -2,7 +2,6 @@
 // transport in begin, leaves through the owner's handler in finish.
 #include <utility>
 
-#include <log4cplus/loggingmacros.h>
 #include <nv/http.h>
 #include <nvhost/transport.h>
 
@@ -107,16 +106,17 @@ void HttpClient::State::completed(const hosting::TransferResult& result) {
     id = 0;
     if (result.timedOutBehindHandler && !begin()) return;
     if (tooLarge) {
+        logFailure("query", url, "the answer is larger than this host takes");
+    } else if (result.curlCode != 0) {
+        logFailure("query", url, result.message);
+    } else if (result.status != 200) {
+        logFailure("query", url, "the answer's status is " + std::to_string(result.status));
+    }
+    if (tooLarge) {
         finish(HttpResponse(result.status, {}), errorCode(Error::kAnswerTooLarge));
     } else if (result.curlCode != 0) {
         finish(HttpResponse(result.status, {}), transferErrorCode(result.curlCode));
     } else {
-        if (result.status >= 300) {
-            // Who asked has only the error, and that is clear.
-            LOG4CPLUS_WARN(log4cplus::Logger::getRoot(), "net: " << url.substr(0, url.find('?'))
-                                                                 << " was answered with status "
-                                                                 << result.status);
-        }
         finish(HttpResponse(result.status, std::exchange(payload, {})), {});
     }
 }

@@ -119,12 +119,14 @@ Url Url::createUrl(const std::string& text, boost::system::error_code& error) {
 }
 
 // A `#` is encoded like anything else that may not stand in a request: cutting the text there, as
-// a browser does, would silently ask for something else.
+// a browser does, would silently ask for something else. Right behind the host it begins the path:
+// encoded there, it would become a part of the host.
 std::string Url::wireText() const {
     static constexpr char kHexDigits[] = "0123456789ABCDEF";
     Parts parts;
     if (!split(text_, parts)) return {};
     std::string wire = text_.substr(0, parts.end);
+    if (parts.end < text_.size() && text_[parts.end] == '#') wire += '/';
     for (std::size_t i = parts.end; i < text_.size(); ++i) {
         const char letter = text_[i];
         const bool escape = letter == '%' && i + 2 < text_.size() && isHexDigit(text_[i + 1]) &&
