@@ -56,11 +56,11 @@ while IFS='|' read -r what code said; do
 done <<'TABLE'
 resets|2|Error from SOLR: 
 truncates|2|Error from SOLR: Transferred a partial file
-status_404|2|was answered with status 404
-status_429|2|was answered with status 429
-status_500|2|was answered with status 500
-status_503|2|was answered with status 503
-redirects|2|was answered with status 302
+status_404|2|the answer's status is 404
+status_429|2|the answer's status is 429
+status_500|2|the answer's status is 500
+status_503|2|the answer's status is 503
+redirects|2|the answer's status is 302
 not_xml|2|Failed to parse SOLR response
 empty|2|Failed to parse SOLR response
 no_result|2|Error from SOLR
@@ -88,22 +88,22 @@ done <<'TABLE'
 good.nvi|updated|
 other_content.nvi|failed|md5 mismatch
 empty.nvi|failed|md5 mismatch
-cut_in_the_middle.nvi|failed|was not fetched: 
+cut_in_the_middle.nvi|failed| failed: 
 cut_and_resumed.nvi|updated|
-range_as_whole.nvi|failed|was not fetched: The server did not go on after
-changed_between.nvi|failed|was not fetched: The server did not go on after
+range_as_whole.nvi|failed| failed: The server did not go on after
+changed_between.nvi|failed| failed: The server did not go on after
 promises_more.nvi|updated|
-never_ends.nvi|failed|was not fetched: The file is too large
-byte_by_byte.nvi|failed|was not fetched: Operation too slow
-stalls.nvi|failed|was not fetched: Operation too slow
-status_404.nvi|failed|was not fetched: The requested URL returned error: 404
-status_500.nvi|failed|was not fetched: The requested URL returned error: 500
-busy_for_long.nvi|failed|was not fetched: The requested URL returned error: 503
+never_ends.nvi|failed| failed: The file is larger than this host takes
+byte_by_byte.nvi|failed| failed: Operation too slow
+stalls.nvi|failed| failed: Operation too slow
+status_404.nvi|failed| failed: The requested URL returned error: 404
+status_500.nvi|failed| failed: The requested URL returned error: 500
+busy_for_long.nvi|failed| failed: The requested URL returned error: 503
 busy_429.nvi|updated|
 busy_503.nvi|updated|
-to_plain_http.nvi|failed|was not fetched: Protocol "
-to_file.nvi|failed|was not fetched: Protocol "
-to_itself.nvi|failed|was not fetched: Maximum
+to_plain_http.nvi|failed| failed: Protocol "
+to_file.nvi|failed| failed: Protocol "
+to_itself.nvi|failed| failed: Maximum
 no_archive.nvz|failed|not a readable package
 cut_archive.nvz|failed|not a readable package
 no_manifest.nvz|failed|holds no driver.xml

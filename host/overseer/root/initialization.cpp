@@ -59,7 +59,7 @@ constexpr char kConfiguration[] =
 #low-speed-time = 60
 
 # A package download fails when it comes to more than so many MB.
-#largest-file = 4096
+#largest-file = 1024
 
 # Seconds after which a command that a driver runs, unzip for instance, is ended.
 #command-time-limit = 600

@@ -20,7 +20,7 @@ struct Configuration {
     std::string proxy;              ///< [USER:PASSWORD@]HOST:PORT, empty: none
     int lowSpeedRate = 1024;        ///< bytes per second
     int lowSpeedTime = 60;          ///< seconds
-    int largestFile = 4096;         ///< MB that a download may have
+    int largestFile = 1024;         ///< MB that a download may have
     int commandTimeLimit = 600;     ///< seconds
     std::vector<std::string> timingNamespaces;
 };

@@ -11,8 +11,7 @@ static_assert(curl_code::kOk == CURLE_OK && curl_code::kFailedInit == CURLE_FAIL
               curl_code::kTimedOut == CURLE_OPERATION_TIMEDOUT &&
               curl_code::kRangeError == CURLE_RANGE_ERROR &&
               curl_code::kAbortedByCallback == CURLE_ABORTED_BY_CALLBACK &&
-              curl_code::kReceiveError == CURLE_RECV_ERROR &&
-              curl_code::kFileTooLarge == CURLE_FILESIZE_EXCEEDED);
+              curl_code::kReceiveError == CURLE_RECV_ERROR);
 
 std::string curlText(int curlCode) {
     return curl_easy_strerror(static_cast<CURLcode>(curlCode));

@@ -6,7 +6,6 @@
 #include <boost/asio/buffer.hpp>
 #include <utility>
 
-#include <log4cplus/loggingmacros.h>
 #include <nv/http.h>
 #include <nvhost/environment.h>
 
