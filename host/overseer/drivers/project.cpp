@@ -23,6 +23,8 @@ using boost::filesystem::path;
 constexpr unsigned int kParsing =
     pugi::parse_default | pugi::parse_comments | pugi::parse_declaration | pugi::parse_pi;
 
+constexpr std::uint32_t kLargestId = std::numeric_limits<std::uint32_t>::max() - 1;
+
 /// "FILE:LINE:COLUMN" of a place in the text.
 std::string placeOf(const path& file, const std::string& text, std::ptrdiff_t offset) {
     const auto end =
@@ -42,7 +44,7 @@ pugi::xml_node childOf(pugi::xml_node parent, const char* name) {
 Result<std::uint32_t> readId(pugi::xml_node node) {
     const char* text = node.attribute("id").value();
     const unsigned long long id = node.attribute("id").as_ullong();
-    if (id > 0 && id < std::numeric_limits<std::uint32_t>::max() && std::to_string(id) == text) {
+    if (id > 0 && id <= kLargestId && std::to_string(id) == text) {
         return static_cast<std::uint32_t>(id);
     }
     return failure("<{}> has no id that is a number from 1 on", node.name());
@@ -146,6 +148,12 @@ std::vector<std::uint32_t> Project::deviceIds(const std::string& file) const {
     return ids;
 }
 
+bool Project::isTaken(std::uint32_t id) const {
+    const auto hasId = [id](const ProjectEntry& entry) { return entry.id == id; };
+    return std::any_of(devices_.begin(), devices_.end(), hasId) ||
+           std::any_of(agents_.begin(), agents_.end(), hasId);
+}
+
 std::uint32_t Project::nextId() {
     const pugi::xml_node root = document_->document_element();
     std::uint32_t next = std::max(1u, root.attribute("next-id").as_uint());
@@ -153,7 +161,12 @@ std::uint32_t Project::nextId() {
     for (const auto* entries : {&devices_, &agents_}) {
         for (const ProjectEntry& entry : *entries) next = std::max(next, entry.id + 1);
     }
-    set(root, "next-id", std::to_string(next + 1));
+    if (next <= kLargestId) {
+        set(root, "next-id", std::to_string(next + 1));
+        return next;
+    }
+    // Written so by hand; an id beyond the largest would be refused at the next start.
+    for (next = 1; isTaken(next); ++next) continue;
     return next;
 }
 

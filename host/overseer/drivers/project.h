@@ -59,6 +59,7 @@ class Project : public IProject, public IDeviceRegistry {
   private:
     Project(boost::filesystem::path file, std::unique_ptr<pugi::xml_document> document);
     Result<> read(const std::string& text);
+    bool isTaken(std::uint32_t id) const;
     std::uint32_t nextId();
 
     boost::filesystem::path file_;

@@ -61,6 +61,23 @@ TEST(Project, leavesAnAgentsFileOutOfTheDriversList) {
     EXPECT_THAT(project->deviceIds("g.nvz"), ElementsAre(1, 2));
 }
 
+TEST(Project, givesIdsThatItTakesItselfWhateverNextIdSays) {
+    const TemporaryFolder folder;
+    for (const std::string next : {"4294967294", "4294967295", "99999999999", "-1", "x"}) {
+        const auto file = folder.write("p.xml", "<project next-id='" + next +
+                                                    "'><devices><device id='4294967294' "
+                                                    "file='a.nvz'/></devices></project>");
+        auto project = Project::load(file);
+        ASSERT_TRUE(project) << next;
+        EXPECT_EQ(project->addDevice("b.nvz", ""), 1u) << next;
+        EXPECT_EQ(project->addDevice("c.nvz", ""), 2u) << next;
+        ASSERT_TRUE(project->save());
+        const auto again = Project::load(file);
+        ASSERT_TRUE(again) << next << ": " << again.error().message;
+        EXPECT_EQ(again->devices().size(), 3u);
+    }
+}
+
 TEST(Project, namesThePlaceOfWhatItCannotRead) {
     struct Row {
         const char* text;
