@@ -108,7 +108,7 @@ TEST_F(CheckTest, VersionsRulesAndSidecars) {
         {"<d><name>x</name></d>", "{}", "error package: its manifest has no version"},
         {"<d><version>7</d>", "{}", "error package: its manifest is no XML"},
         {"<d><version>new</version></d>", "{}", "error version: the version is 0"},
-        {"<d><version>4294967295</version></d>", "{}", "error version: the version is -1"},
+        {"<d><version>4294967295</version></d>", "{}", "error package: its manifest's version is too large"},
         {good, R"({"minimumAutoUpdateVersion": 7})", "error minimum: minimumAutoUpdateVersion 7"},
         {good, R"({"minimumOSVersion": "3.x.0"})", "error minimum: minimumOSVersion"},
         {good, R"({"minimumOSVersion": ""})", "error minimum: minimumOSVersion"},

@@ -19,7 +19,9 @@ class JournalAppender : public log4cplus::Appender {
         const std::string level = log4cplus::getLogLevelManager().toString(event.getLogLevel());
         records_->push_back(
             {level, event.getMessage(), event.getFile(), event.getFunction(), event.getLine()});
-        journal_.add("log " + level + " " + event.getMessage());
+        // The network's own lines come between an agent's steps, and are none of them.
+        const std::string text = event.getMessage();
+        if (!text.starts_with("network: ")) journal_.add("log " + level + " " + text);
     }
 
   private:
