@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <limits>
 #include <memory>
-#include <limits>
 #include <pugixml.hpp>
 #include <system_error>
 #include <vector>

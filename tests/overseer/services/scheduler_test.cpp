@@ -151,8 +151,7 @@ TEST_F(SchedulerTest, TakesChangesFromInsideADelivery) {
         scheduler_->addListener(kAgent, first);
     };
     clock_->pass(3h);
-    EXPECT_THAT(deliveries_,
-                ElementsAre("11-23 02:00 7:1", "11-23 02:01 7:2", "11-23 02:05 7:3"));
+    EXPECT_THAT(deliveries_, ElementsAre("11-23 02:00 7:1", "11-23 02:01 7:2", "11-23 02:05 7:3"));
 }
 
 TEST_F(SchedulerTest, MakesNoDeliveryOnceItWasStopped) {
