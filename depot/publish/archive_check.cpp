@@ -41,7 +41,7 @@ std::vector<std::string_view> partsOf(std::string_view path) {
     return parts;
 }
 
-std::string quoted(std::string_view name) {
+std::string inQuotes(std::string_view name) {
     std::string text = "member \"";
     for (const char character : name)
         text += static_cast<unsigned char>(character) < 0x20 || character == 0x7F ? '?' : character;
@@ -79,15 +79,16 @@ class ArchiveCheck {
         }
         std::string name = status.name;
         const bool folder = !name.empty() && name.back() == '/';
-        if (!staysInside(name)) return error(quoted(name) + " would lie outside the folder");
+        if (!staysInside(name)) return error(inQuotes(name) + " would lie outside the folder");
         if (name.find('\\') != std::string::npos)
-            return error(quoted(name) + " holds a backslash, which not every unpacker takes alike");
-        if (hasControlCharacter(name)) return error(quoted(name) + " holds a control character");
+            return error(inQuotes(name) +
+                         " holds a backslash, which not every unpacker takes alike");
+        if (hasControlCharacter(name)) return error(inQuotes(name) + " holds a control character");
         if (folder) name.pop_back();
         if (!(folder ? folders_ : files_).insert(name).second && !folder)
-            return error(quoted(name) + " is there twice");
+            return error(inQuotes(name) + " is there twice");
         if (status.encryption_method != ZIP_EM_NONE)
-            return error(quoted(name) + " is encrypted: a controller has no password");
+            return error(inQuotes(name) + " is encrypted: a controller has no password");
         checkSize(name, status);
         if (!stopped_) checkContent(name, status, folder);
     }
@@ -101,7 +102,7 @@ class ArchiveCheck {
         total_ += status.size;
         const bool known = (status.valid & ZIP_STAT_COMP_SIZE) != 0;
         if (known && status.size >= kSmallMember && status.size / kLargestRatio > status.comp_size)
-            error(quoted(name) + " unpacks to more than 1000 times its size");
+            error(inQuotes(name) + " unpacks to more than 1000 times its size");
     }
 
     void checkContent(const std::string& name, const zip_stat_t& status, bool folder) {
@@ -111,24 +112,24 @@ class ArchiveCheck {
         const mode_t type = static_cast<mode_t>(attributes >> 16) & S_IFMT;
         const bool link = type == S_IFLNK;
         if (type != 0 && !link && type != (folder ? S_IFDIR : S_IFREG))
-            return error(quoted(name) + " is neither file, folder nor link");
+            return error(inQuotes(name) + " is neither file, folder nor link");
         if (link) links_.insert(name);
         std::string content;
         if (!readMember(name, status, link ? &content : nullptr)) return;
         if (link && (content.empty() || !linkStaysInside(name, content)))
-            error(quoted(name) + " is a link that leaves the folder");
+            error(inQuotes(name) + " is a link that leaves the folder");
     }
 
     /// Reads a member to its end, where its checksum is compared.
     bool readMember(const std::string& name, const zip_stat_t& status, std::string* content) {
         if (content != nullptr && status.size > kLongestLink) {
-            error(quoted(name) + " is a link of more than 4096 bytes");
+            error(inQuotes(name) + " is a link of more than 4096 bytes");
             return false;
         }
         const std::unique_ptr<zip_file_t, ZipFileClose> file(
             zip_fopen_index(archive_, status.index, 0));
         if (!file) {
-            error(quoted(name) + " cannot be unpacked: " + zip_strerror(archive_));
+            error(inQuotes(name) + " cannot be unpacked: " + zip_strerror(archive_));
             return false;
         }
         std::uint64_t read = 0;
@@ -137,7 +138,7 @@ class ArchiveCheck {
             if (count == 0 && read == status.size) return true;
             if (count > 0) read += static_cast<std::uint64_t>(count);
             if (count <= 0 || read > status.size) {
-                error(quoted(name) + " is damaged");
+                error(inQuotes(name) + " is damaged");
                 return false;
             }
             if (content != nullptr) content->append(piece_.data(), static_cast<std::size_t>(count));
@@ -149,15 +150,15 @@ class ArchiveCheck {
         for (const auto* names : {&files_, &folders_}) {
             for (const std::string& name : *names) {
                 if (names == &folders_ && files_.count(name) != 0)
-                    error(quoted(name) + " is both a file and a folder");
+                    error(inQuotes(name) + " is both a file and a folder");
                 for (std::size_t slash = name.find('/'); slash != std::string::npos && !stopped_;
                      slash = name.find('/', slash + 1)) {
                     const std::string parent = name.substr(0, slash);
                     if (links_.count(parent) != 0)
-                        error(quoted(name) + " would be unpacked through the link " +
-                              quoted(parent));
+                        error(inQuotes(name) + " would be unpacked through the link " +
+                              inQuotes(parent));
                     else if (files_.count(parent) != 0)
-                        error(quoted(parent) + " is both a file and a folder");
+                        error(inQuotes(parent) + " is both a file and a folder");
                 }
                 if (stopped_) return;
             }

@@ -95,7 +95,7 @@ std::string asSentence(std::string text) {
 Answered<> settle(Session& session, Item& item, bool yes) {
     if (item.isRefused() || !item.inPlace) return {};
     Answers answers;
-    if (const auto judged = evaluateOffers(session, {item.offer}, answers); !judged) {
+    if (auto judged = evaluateOffers(session, {item.offer}, answers); !judged) {
         if (!isOfOneFile(judged.error())) return judged;
         item.outcome = judged.error().message;
         return {};
@@ -164,7 +164,7 @@ Answered<> place(Session& session, Item& item) {
 Answered<> apply(Session& session, const std::string& agent, Item& item) {
     const auto before = newestNotification(session);
     if (!before) return tl::unexpected(before.error());
-    if (const auto told = updateDrivers(session, agent, fileList(item), false); !told) return told;
+    if (auto told = updateDrivers(session, agent, fileList(item), false); !told) return told;
     const auto updated = wasUpdated(session, item.offer.name, *before);
     if (!updated) return tl::unexpected(updated.error());
     item.installed = *updated;

@@ -119,7 +119,7 @@ Answered<> evaluateOffers(Session& session, const std::vector<Offer>& offers, An
     for (const Offer& offer : offers) {
         if (!offer.problem.empty()) continue;
         if (!batch->takes(offer)) {
-            if (const auto sent = send(session, *agent, *batch, answers); !sent) return sent;
+            if (auto sent = send(session, *agent, *batch, answers); !sent) return sent;
             batch = std::make_unique<Batch>();
         }
         batch->add(offer);

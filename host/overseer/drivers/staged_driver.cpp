@@ -18,7 +18,7 @@ namespace {
 /// The failure of a copy, told of the file that it was made of, which is the one that people know.
 tl::unexpected<Error> failureOf(const fs::path& file, const fs::path& copy, const Error& cause) {
     std::string message = cause.message;
-    const std::string name = copy.string();
+    const std::string& name = copy.string();
     const std::size_t place = message.find(name);
     if (place == std::string::npos) return inContext(file.string(), cause);
     return tl::unexpected<Error>(Error{message.replace(place, name.size(), file.string())});

@@ -45,7 +45,7 @@ bool isSame(const PackageMember& member, const struct stat& status) {
 std::optional<std::uint32_t> checksumOf(const fs::path& file) {
     const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!opened.isOpen()) return std::nullopt;
-    std::array<unsigned char, 64u << 10> piece;
+    std::array<unsigned char, 64u << 10> piece{};
     uLong sum = ::crc32(0, nullptr, 0);
     for (;;) {
         const ssize_t count = ::read(opened.get(), piece.data(), piece.size());
