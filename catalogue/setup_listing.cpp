@@ -41,7 +41,7 @@ bool isElementName(std::string_view name) {
     const auto fits = [](char character) {
         const auto byte = static_cast<unsigned char>(character);
         return byte >= 0x80 || std::isalnum(byte) != 0 || character == '_' || character == '-' ||
-               character == '.';
+               character == '.' || character == ':';
     };
     if (name.empty() || name.front() == '-' || name.front() == '.') return false;
     return std::isdigit(static_cast<unsigned char>(name.front())) == 0 &&

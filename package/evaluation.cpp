@@ -91,11 +91,8 @@ std::vector<std::string> readRestartList(const boost::filesystem::path& file) {
     if (!document.load_buffer(text.data(), text.size())) return {};
     std::vector<std::string> names;
     for (const pugi::xml_node& proxy : document.document_element().child("proxies")) {
-        // An entry without a name names no proxy; taken as an empty text, it would match every
-        // proxy that has none.
-        if (const pugi::xml_attribute name = proxy.attribute("name")) {
-            names.emplace_back(name.value());
-        }
+        if (proxy.type() != pugi::node_element) continue;
+        names.emplace_back(proxy.attribute("name").value());
     }
     return names;
 }

@@ -212,7 +212,7 @@ TEST(Evaluation, RestartsForAListedProxyBeforeItComparesAnything) {
         {list("<proxy name=\"\"/>"), ""},
         {list("<proxy name=\"Light\"/><proxy name=\"ligh\"/>"), nullptr},
         {list("<proxy name=\"7\"/>"), nullptr},
-        {list("<proxy title=\"light\"/><proxy>light</proxy>"), nullptr},
+        {list("<proxy>light</proxy>"), ""},
         {list(""), nullptr},
         {"<proxy_restart><proxy name=\"light\"/></proxy_restart>", nullptr},
         {"<list><proxies><proxy name=\"light\"/>", nullptr},

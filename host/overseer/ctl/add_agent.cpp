@@ -194,6 +194,10 @@ Answered<std::optional<Outcome>> add(Session& session, const std::string& agent,
 }  // namespace
 
 int addAgent(Session& session, const AddAgentOptions& options) {
+    if (options.name.empty()) {
+        return report(session, failureBecause("an agent needs a name: without one its download "
+                                              "would count as a driver's update"));
+    }
     const std::string file =
         options.file.empty() ? options.name + std::string(kPackageExtension) : options.file;
     if (const std::string objection = objectionTo(file); !objection.empty()) {

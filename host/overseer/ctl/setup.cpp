@@ -209,7 +209,7 @@ int showSetup(Session& session, const SetupOptions& options) {
     if (!agent) {
         return report(session, agent.error());
     }
-    const auto installed = installedFiles(session);
+    auto installed = installedFiles(session);
     if (!installed) {
         return report(session, installed.error());
     }
@@ -220,6 +220,11 @@ int showSetup(Session& session, const SetupOptions& options) {
             : fetchListing(session, *agent, std::chrono::seconds(options.timeoutSeconds));
     if (!listing) {
         return report(session, listing.error());
+    }
+    // Again: a run that was waited for has changed versions.
+    installed = installedFiles(session);
+    if (!installed) {
+        return report(session, installed.error());
     }
     if (options.xml) {
         session.console.out << *listing << std::endl;

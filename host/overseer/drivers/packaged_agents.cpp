@@ -59,7 +59,9 @@ Result<fs::path> agentLibrary(const ControllerRoot& root, const std::string& fil
 Result<ProjectEntry> enterAgent(Project& project, const ControllerRoot& root,
                                 const std::string& fileName, const AppliedDriver& applied,
                                 const std::string& name, const std::string& library) {
-    const bool wanted = !library.empty() && agentLibrary(root, fileName, library).has_value();
+    // The manifest's own goes first: every later apply would go back to it.
+    const bool wanted = applied.library.empty() && !library.empty() &&
+                        agentLibrary(root, fileName, library).has_value();
     const Result<> put = putAgent(project, root, fileName, name.empty() ? applied.name : name,
                                   wanted ? library : applied.library);
     if (!put) return tl::unexpected<Error>(put.error());

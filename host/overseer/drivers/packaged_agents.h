@@ -20,7 +20,7 @@ Result<boost::filesystem::path> agentLibrary(const ControllerRoot& root,
 /// Puts an applied package among the project's agents. Where the project cannot be written, it is
 /// as it was.
 /// @param name     empty for the one that the manifest gives
-/// @param library  plug-in in the package; the manifest's where it is empty or not in there
+/// @param library  plug-in in the package, where the manifest names none that is in there
 /// @return the agent's entry
 Result<ProjectEntry> enterAgent(Project& project, const ControllerRoot& root,
                                 const std::string& fileName, const AppliedDriver& applied,

@@ -24,8 +24,10 @@ Result<> Agents::startAll(const std::string& library, std::optional<std::uint32_
     Result<std::shared_ptr<PluginLibrary>> loaded = PluginLibrary::load(library);
     if (!loaded) return tl::unexpected(loaded.error());
     libraries_.push_back(*loaded);
+    const std::size_t before = agents_.size();
     for (const std::string& name : (*loaded)->names()) {
         if (find(name) != nullptr) {
+            agents_.resize(before);
             return failure("{} holds an agent \"{}\", and one of that name runs already", library,
                            name);
         }
@@ -35,7 +37,8 @@ Result<> Agents::startAll(const std::string& library, std::optional<std::uint32_
         // In the list before it starts: what it sets off finds it there.
         agents_.push_back(std::move(agent));
         if (Result<> started = agents_.back()->start(); !started) {
-            agents_.pop_back();
+            // A library is loaded with all its agents or with none.
+            agents_.resize(before);
             return started;
         }
         log::info(fmt::format("agent {} runs, out of {}", name, library));

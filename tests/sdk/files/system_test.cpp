@@ -102,10 +102,11 @@ TEST_F(System, givesAChildNothingOfTheHostsButWhatItNeeds) {
     ::pthread_sigmask(SIG_BLOCK, &blocked, &previous);
     ::setenv("UNZIP", "-x", 1);
 
-    EXPECT_EQ(nv::system(script("env | sort; ls /proc/$$/fd; wc -c; ps -o pid=,sid= -p $$ |"
-                                " awk '{print $1 == $2}'; grep -E 'Sig(Blk|Ign)' /proc/$$/status")
-                             .c_str()),
-              0);
+    EXPECT_EQ(
+        nv::system(script("env | sort; ls /proc/$$/fd; wc -c; ps -o pid=,sid= -p $$ |"
+                          " awk '{print $1 == $2}'; exec grep -E 'Sig(Blk|Ign)' /proc/self/status")
+                       .c_str()),
+        0);
     ::unsetenv("UNZIP");
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     std::signal(SIGPIPE, before);
