@@ -19,6 +19,7 @@ namespace {
 constexpr const char* kAddCommand = "AUTO_ADD_AGENT";
 constexpr std::string_view kPackageExtension = ".nvz";
 constexpr int kHistoryLooked = 100;
+constexpr std::chrono::seconds kQuietWait{60};
 
 /// What came of it, as far as it was told.
 struct Outcome {
@@ -64,6 +65,10 @@ std::optional<Outcome> outcomeOfNode(const std::string& xml, const std::string& 
     }
     if (kind == "auto_add_agent_failed" && (named.empty() || named == file)) {
         return Outcome{false, reason};
+    }
+    // Somebody else's, unless nothing else comes.
+    if (kind == "auto_add_agent_failed" && ended) {
+        return Outcome{false, fmt::format("the catalogue offers \"{}\": {}", named, reason)};
     }
     // Told without a name: it may be a run's, so it counts once nothing else can come.
     if (kind == "driver_update_failed" && named.empty() && ended) {
@@ -154,9 +159,25 @@ std::string reasonOfSilence(Session& session, const std::string& agent, const st
     return line.empty() ? "the log has no line about it" : "the log says: " + line;
 }
 
+/// Waits until nothing of others is under way: a run that fails would be taken for this command's
+/// own outcome.
+Answered<> awaitQuiet(Session& session) {
+    auto idle = awaitIdle(session, std::chrono::seconds(0));
+    if (idle && !*idle) {
+        session.console.err << "overseerctl: waiting for the end of what is under way" << std::endl;
+    }
+    while (idle && !*idle) {
+        idle = awaitIdle(session, kQuietWait);
+    }
+    return idle ? Answered<>() : tl::unexpected(idle.error());
+}
+
 /// Sends the command and finds out what came of it; nothing for an agent that was there already.
 Answered<std::optional<Outcome>> add(Session& session, const std::string& agent,
                                      const AddAgentOptions& options, const std::string& file) {
+    if (const auto quiet = awaitQuiet(session); !quiet) {
+        return tl::unexpected(quiet.error());
+    }
     const auto before = newestRecord(session);
     if (!before) {
         return tl::unexpected(before.error());

@@ -169,9 +169,8 @@ Answered<> apply(Session& session, const std::string& agent, Item& item) {
     if (!updated) return tl::unexpected(updated.error());
     item.installed = *updated;
     if (!item.installed) {
-        item.outcome =
-            "it is in place, but the host refused it, and its log says why; `overseerctl restore` "
-            "puts back the one before";
+        item.outcome = "it is in place, but the host refused it, and its log says why";
+        if (item.inPlace) item.outcome += "; `overseerctl restore` puts back the one before";
     }
     return {};
 }
@@ -196,6 +195,15 @@ void print(const Session& session, const Item& item) {
         session.console.out << fmt::format("{}: not installed: {}", name, printable(item.outcome))
                             << std::endl;
     }
+}
+
+/// Ends the command in the middle of a file: the host may have done with it what it was told.
+int leave(const Session& session, const Item& item, Failure failure) {
+    failure.message += fmt::format(
+        "; {} may be in place but not applied, and those after it were not touched: `overseerctl "
+        "drivers` tells",
+        item.offer.name);
+    return report(session, failure);
 }
 
 /// Restarts the host where a driver needs that and the user wants it, and says so where not.
@@ -234,7 +242,7 @@ int installDrivers(Session& session, const std::vector<std::string>& files,
     }
     for (Item& item : *items) {
         if (const auto done = install(session, *agent, item); !done) {
-            return report(session, done.error());
+            return leave(session, item, done.error());
         }
         print(session, item);
     }

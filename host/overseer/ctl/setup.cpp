@@ -31,6 +31,18 @@ Failure outOfTime(std::chrono::seconds limit) {
                     limit.count()));
 }
 
+/// What the agent says of a listing that failed.
+std::string reasonOf(const pugi::xml_node& failed) {
+    const std::string reason = failed.child_value("reason");
+    if (!reason.empty()) {
+        return "the catalogue cannot be asked: " + reason;
+    }
+    // An answer that came, but with another status than 200, is no error of the transfer.
+    const std::string code = failed.child_value("errorcode");
+    return fmt::format("{} ({}): {}", failed.child_value("error"), failed.child_value("urldb"),
+                       code == "Success" ? "the catalogue refused; the log has its status" : code);
+}
+
 /// The listing, or why there is none, out of what the agent told; nothing when it told neither.
 std::optional<Answered<std::string>> listingIn(const std::vector<std::string>& nodes) {
     for (const std::string& xml : nodes) {
@@ -43,12 +55,7 @@ std::optional<Answered<std::string>> listingIn(const std::vector<std::string>& n
             return xml;
         }
         if (std::strcmp(root.name(), "get_setup_failed") == 0) {
-            const std::string reason = root.child_value("reason");
-            return tl::unexpected(failureBecause(
-                reason.empty() ? fmt::format("{} ({}): {}; the log tells the answer's status",
-                                             root.child_value("error"), root.child_value("urldb"),
-                                             root.child_value("errorcode"))
-                               : "the catalogue cannot be asked: " + reason));
+            return tl::unexpected(failureBecause(reasonOf(root)));
         }
     }
     return std::nullopt;
