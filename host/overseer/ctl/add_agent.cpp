@@ -241,9 +241,10 @@ int addAgent(Session& session, const AddAgentOptions& options) {
     if (!version) {
         return report(session, version.error());
     }
-    session.console.out << fmt::format("{}: {}, version {}\n", printable(file),
-                                       *outcome ? "added" : "present already",
-                                       version->value_or(0));
+    session.console.out << fmt::format(
+        "{}: {}, version {}{}\n", printable(file), *outcome ? "added" : "present already",
+        version->value_or(0),
+        *outcome ? "; a plug-in that it brings is loaded when the host next starts" : "");
     return kSuccess;
 }
 

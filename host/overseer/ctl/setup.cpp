@@ -170,6 +170,17 @@ Json setupOf(const std::string& xml, const std::map<std::string, int>& installed
     return setup;
 }
 
+/// The agent's node, without the control characters that a catalogue's text may hold and no strict
+/// reader of XML takes.
+void printNode(Session& session, const std::string& xml) {
+    pugi::xml_document document;
+    document.load_buffer(xml.data(), xml.size(), pugi::parse_default | pugi::parse_ws_pcdata);
+    document.save(session.console.out, "",
+                  pugi::format_raw | pugi::format_no_declaration | pugi::format_skip_control_chars,
+                  pugi::encoding_utf8);
+    session.console.out << std::endl;
+}
+
 void printSetup(Session& session, const Json& setup) {
     Table table({{"FILE"},
                  {"INSTALLED", true},
@@ -234,7 +245,7 @@ int showSetup(Session& session, const SetupOptions& options) {
         return report(session, installed.error());
     }
     if (options.xml) {
-        session.console.out << *listing << std::endl;
+        printNode(session, *listing);
     } else if (session.json) {
         session.console.out << setupOf(*listing, *installed).dump(2) << std::endl;
     } else {

@@ -18,7 +18,7 @@ using testing::HasSubstr;
 
 constexpr const char* kListing =
     "<setup><drivers><driver include=\"false\"><filename>Türklingel.nvz</filename><version>13"
-    "</version><model>T1</model><manufacturer>Maker</manufacturer></driver></drivers><agents>"
+    "</version><model>T1&#27;</model><manufacturer>Maker</manufacturer></driver></drivers><agents>"
     "<driver include=\"true\"><filename>a.nvz</filename><version>4</version></driver></agents>"
     "</setup>";
 
@@ -54,11 +54,13 @@ TEST_F(LaterOutcome, TheListingIsShownBesideWhatIsInstalled) {
     const Ran table = run({"setup"});
     EXPECT_EQ(table.code, kSuccess) << table.err;
     EXPECT_EQ(table.out,
-              "FILE            INSTALLED  CATALOGUE  NEWER  INCLUDED  MODEL  MAKER\n"
-              "Türklingel.nvz         12         13  yes    no        T1     Maker\n"
+              "FILE            INSTALLED  CATALOGUE  NEWER  INCLUDED  MODEL   MAKER\n"
+              "Türklingel.nvz         12         13  yes    no        T1\\x1b  Maker\n"
               "a.nvz                   -          4  yes    yes\n"
               "2 in the catalogue, 2 of them newer; not offered: dimmer.nvi\n");
-    EXPECT_EQ(run({"setup", "--xml"}).out, std::string(kListing) + "\n");
+    std::string strict = kListing;
+    strict.erase(strict.find("&#27;"), 5);
+    EXPECT_EQ(run({"setup", "--xml"}).out, strict + "\n");
     const auto json = nlohmann::json::parse(run({"setup", "--json"}).out);
     EXPECT_EQ(json["drivers"][0]["included"], false);
     EXPECT_EQ(json["agents"][0]["catalogueVersion"], 4);
