@@ -55,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, EachCommand, testing::Values(
     CommandCase{"Settings", {"settings"}, kSuccess, "auto_update_enabled  true\n", ""},
     CommandCase{"SettingsForPrograms", {"settings", "--json"}, kSuccess, "\"name\": \"persist_data\"", ""},
     CommandCase{"History", {"history", "--since", "2026-01-31"}, kSuccess, "Driver Update Agent  Auto Update  Failed", ""},
-    CommandCase{"HistoryOfBadDate", {"history", "--since", "soon"}, kUsage, "", "YYYY-MM-DD"},
+    CommandCase{"HistoryOfBadDate", {"history", "--since", "2026-02-31"}, kUsage, "", "YYYY-MM-DD"},
     CommandCase{"Variables", {"variables"}, kSuccess, "updater  1000  LAST_MESSAGE  string  Türklingel", ""},
     CommandCase{"Drivers", {"drivers"}, kSuccess, "Türklingel.nvz         12        13  Haustür\ndimmer.nvi              3         -\n", ""},
     CommandCase{"Schedule", {"schedule"}, kSuccess, " 3  Daily", ""},
