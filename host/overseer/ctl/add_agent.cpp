@@ -97,7 +97,9 @@ Answered<std::optional<Outcome>> outcomeOfHistory(Session& session, const std::s
         const std::string text = textOf(record, "text");
         if (record.value("number", std::uint64_t(0)) > after &&
             textOf(record, "result") == "Failed" && text.ends_with(": " + file)) {
-            return Outcome{false, text};
+            // Why the host would not have it is in its log alone.
+            const bool refused = text.rfind("Auto-Add Agent Failed", 0) == 0;
+            return Outcome{false, refused ? text + "; the host's log says why" : text};
         }
     }
     return std::nullopt;
