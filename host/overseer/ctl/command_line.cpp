@@ -5,9 +5,11 @@
 #include <charconv>
 #include <functional>
 #include <ostream>
+#include <sstream>
 
 #include "ctl/commands.h"
 #include "ctl/exit_codes.h"
+#include "ctl/table.h"
 
 // The command line: what there is, what it means, an example of each.
 namespace overseer::ctl {
@@ -300,7 +302,13 @@ int parseAndAct(const std::vector<std::string>& arguments, Console& console,
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error, console.out, console.err) == 0 ? kSuccess : kUsage;
+        // It repeats what was typed, or what a shell made of `*`.
+        std::stringstream text;
+        const bool served = app.exit(error, console.out, text) == 0;
+        for (std::string line; std::getline(text, line);) {
+            console.err << printable(line) << "\n";
+        }
+        return served ? kSuccess : kUsage;
     }
     while (options.root.size() > 1 && options.root.back() == '/') {
         options.root.pop_back();

@@ -74,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, EachCommand, testing::Values(
     CommandCase{"RestoreFails", {"restore", "nothing.nvz"}, kFailure, "", "no earlier package"},
     CommandCase{"CommaExcluded", {"exclude", "add", "a,b.nvz"}, kFailure, "", "commas"},
     CommandCase{"NoCommand", {}, kUsage, "", "subcommand"},
-    CommandCase{"BadState", {"auto-update", "perhaps"}, kUsage, "", "perhaps"},
+    CommandCase{"BadState", {"auto-update", "per\x1bhaps"}, kUsage, "", "per\\x1bhaps"},
     CommandCase{"Help", {"update", "--help"}, kSuccess, "overseerctl update --forced", ""}),
     [](const auto& row) { return row.param.name; });
 // clang-format on
