@@ -48,6 +48,7 @@ void unpack(const fs::path& package, const fs::path& folder) {
     boost::system::error_code ignored;
     fs::remove_all(folder, ignored);
     fs::create_directory(folder, ignored);
+    if (driverupdate::isEndless(package)) return;
     const std::string command = "unzip \"" + package.string() + "\" -d \"" + folder.string() + "\"";
     nv::system(command.c_str());
 }

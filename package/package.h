@@ -58,4 +58,8 @@ struct EvaluationFailure {
 /// Whether there is anything at that path; false also when that cannot be found out.
 bool isPresent(const boost::filesystem::path& path);
 
+/// Whether what lies in a file's place is a pipe, a socket or a device: `unzip` would wait for its
+/// end for as long as it is let, and the whole host with it.
+bool isEndless(const boost::filesystem::path& path);
+
 }  // namespace driverupdate

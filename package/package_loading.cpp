@@ -89,6 +89,11 @@ bool driverupdate::isPresent(const fs::path& path) {
     return type != fs::status_error && type != fs::file_not_found;
 }
 
+bool driverupdate::isEndless(const fs::path& path) {
+    boost::system::error_code ignored;
+    return fs::is_other(path, ignored);
+}
+
 RESULTX norvane_agent_driverupdate::loadNVI(const std::string& fileName, std::string& xml) const {
     fs::path path = fs::path(GetConfigManager()->GetPlainDriverFolder()) / fileName;
     if (!path.has_extension()) path.replace_extension(".nvi");
@@ -106,7 +111,7 @@ RESULTX norvane_agent_driverupdate::loadNVI(const std::string& fileName, std::st
 
 RESULTX norvane_agent_driverupdate::loadNVZ(const std::string& fileName, std::string& xml) const {
     const PackagePaths paths(GetConfigManager()->GetPackagedDriverFolder(), fileName);
-    if (!paths.nameTheCopyAlone()) return -1;
+    if (!paths.nameTheCopyAlone() || driverupdate::isEndless(paths.package)) return -1;
     if (!isPresent(paths.package)) {
         // The copy may still serve; what cannot, fails below with its own reason.
         DRIVERUPDATE_WARN("{}: Driver path does not exist: {}", "loadNVZ", paths.package.string());

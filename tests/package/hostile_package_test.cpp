@@ -1,6 +1,7 @@
 // Packages and drivers in place that nobody should have made: each ends its own item only.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <boost/filesystem/operations.hpp>
 
@@ -68,6 +69,11 @@ class HostilePackage : public testing::Test {
 
 TEST_F(HostilePackage, ThatIsNoArchive) {
     expectNotLoadedPackage("This is no archive.");
+}
+
+TEST_F(HostilePackage, ThatIsAPipeNobodyWritesTo) {
+    ASSERT_EQ(mkfifo((session.root / "packaged/bad.nvz").c_str(), 0600), 0);
+    expectNotLoaded("bad.nvz");
 }
 
 TEST_F(HostilePackage, ThatIsCutShort) {

@@ -2,6 +2,8 @@
 # Driver files brought in by hand, as a dealer does it: what may replace what is asked first, then
 # they are installed on the running controller. usage: evaluate.sh FOLDER-OF-PROGRAMS
 bin=$1
+. "$(dirname "$0")/faults.sh"
+enter_private_mounts "$0" "$@"
 . "$(dirname "$0")/story.sh"
 
 files=$world/files
@@ -70,6 +72,36 @@ expect 3 "$(code_of ctl evaluate --xml "$files/pump.nvi")" "evaluating a broken 
 contains "<update_message>Failed to get version of new driver</update_message>" "$(cat "$world/said")" "its answer"
 offer="<l><d><cur_driver_file>lamp.nvz</cur_driver_file><new_driver_file>Lamp.nvz</new_driver_file><new_driver_xml/></d></l>"
 contains "ERROR_FILE_NAMES_MUST_MATCH" "$(ctl command EVALUATE_DRIVER "cur_driver_files=$offer")" "names that differ"
+
+chapter "a file system that refuses ends the command, and the host lives"
+packaged=$controller/drivers/packaged
+# refused WHY: judging a package that must be unpacked ends with that
+refused() {
+    expect 1 "$(code_of ctl evaluate "$files/lamp.nvz" "$files/panel.nvz")" "evaluating: $1"
+    contains "EVALUATE_DRIVER threw boost::filesystem::filesystem_error" "$(cat "$world/said")" "what is said"
+    contains "$1" "$(cat "$world/said")" "why"
+}
+rm -r "$packaged/lamp"
+mv "$packaged" "$world/packaged" && echo "in the way" >"$packaged"
+refused "Not a directory"
+rm "$packaged" && mv "$world/packaged" "$packaged"
+if [ "$private_mounts" = yes ]; then
+    mount --bind "$packaged" "$packaged"
+    mount -o remount,bind,ro "$packaged"
+    refused "Read-only file system"
+    umount "$packaged"
+fi
+expect lamp.nvz "$(basename -a "$packaged"/lamp*)" "what is left of it"
+expect 0 "$(code_of ctl evaluate --json "$files/lamp.nvz")" "evaluating once all is well"
+expect true "$(verdict lamp.nvz can_update_driver)" "the verdict then"
+
+chapter "what cannot be printed is a failure"
+for stream in /dev/full "&-"; do
+    code=0
+    eval "ctl drivers >$stream" 2>"$world/said" || code=$?
+    expect 1 "$code" "listing to $stream"
+    contains "standard output cannot be written" "$(cat "$world/said")" "why"
+done
 
 chapter "installing asks, and without a terminal refuses"
 bare pump.nvi 3 '<proxy name="Pümpe">pump</proxy>'

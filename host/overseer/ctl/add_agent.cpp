@@ -19,6 +19,7 @@ namespace {
 constexpr const char* kAddCommand = "AUTO_ADD_AGENT";
 constexpr std::string_view kPackageExtension = ".nvz";
 constexpr int kHistoryLooked = 100;
+constexpr std::chrono::seconds kQuietWait{60};
 
 /// What came of it, as far as it was told.
 struct Outcome {
@@ -65,6 +66,10 @@ std::optional<Outcome> outcomeOfNode(const std::string& xml, const std::string& 
     if (kind == "auto_add_agent_failed" && (named.empty() || named == file)) {
         return Outcome{false, reason};
     }
+    // Somebody else's, unless nothing else comes.
+    if (kind == "auto_add_agent_failed" && ended) {
+        return Outcome{false, fmt::format("the catalogue offers \"{}\": {}", named, reason)};
+    }
     // Told without a name: it may be a run's, so it counts once nothing else can come.
     if (kind == "driver_update_failed" && named.empty() && ended) {
         return Outcome{false, "the catalogue's answer failed: " + reason};
@@ -92,7 +97,9 @@ Answered<std::optional<Outcome>> outcomeOfHistory(Session& session, const std::s
         const std::string text = textOf(record, "text");
         if (record.value("number", std::uint64_t(0)) > after &&
             textOf(record, "result") == "Failed" && text.ends_with(": " + file)) {
-            return Outcome{false, text};
+            // Why the host would not have it is in its log alone.
+            const bool refused = text.rfind("Auto-Add Agent Failed", 0) == 0;
+            return Outcome{false, refused ? text + "; the host's log says why" : text};
         }
     }
     return std::nullopt;
@@ -154,9 +161,25 @@ std::string reasonOfSilence(Session& session, const std::string& agent, const st
     return line.empty() ? "the log has no line about it" : "the log says: " + line;
 }
 
+/// Waits until nothing of others is under way: a run that fails would be taken for this command's
+/// own outcome.
+Answered<> awaitQuiet(Session& session) {
+    auto idle = awaitIdle(session, std::chrono::seconds(0));
+    if (idle && !*idle) {
+        session.console.err << "overseerctl: waiting for the end of what is under way" << std::endl;
+    }
+    while (idle && !*idle) {
+        idle = awaitIdle(session, kQuietWait);
+    }
+    return idle ? Answered<>() : tl::unexpected(idle.error());
+}
+
 /// Sends the command and finds out what came of it; nothing for an agent that was there already.
 Answered<std::optional<Outcome>> add(Session& session, const std::string& agent,
                                      const AddAgentOptions& options, const std::string& file) {
+    if (const auto quiet = awaitQuiet(session); !quiet) {
+        return tl::unexpected(quiet.error());
+    }
     const auto before = newestRecord(session);
     if (!before) {
         return tl::unexpected(before.error());
@@ -220,9 +243,10 @@ int addAgent(Session& session, const AddAgentOptions& options) {
     if (!version) {
         return report(session, version.error());
     }
-    session.console.out << fmt::format("{}: {}, version {}\n", printable(file),
-                                       *outcome ? "added" : "present already",
-                                       version->value_or(0));
+    session.console.out << fmt::format(
+        "{}: {}, version {}{}\n", printable(file), *outcome ? "added" : "present already",
+        version->value_or(0),
+        *outcome ? "; a plug-in that it brings is loaded when the host next starts" : "");
     return kSuccess;
 }
 

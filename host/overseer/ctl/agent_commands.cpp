@@ -1,9 +1,11 @@
 #include <fmt/format.h>
-#include <filesystem>
-#include <fstream>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <sstream>
+#include <system_error>
 
 #include "ctl/commands.h"
 #include "ctl/exit_codes.h"
@@ -15,14 +17,29 @@ namespace {
 
 constexpr std::size_t kMaximumParameter = std::size_t(64) << 20;
 
-Answered<std::string> readParameter(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    // Inserting nothing at all, as from an empty file, counts as a failure of `content` alone.
-    if (!file || (content << file.rdbuf(), file.bad()) || std::filesystem::is_directory(path)) {
-        return tl::unexpected(failureBecause(path + ": cannot be read"));
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// Reads a file of any kind, a pipe too. Not with a stream of C++, which would read on after the
+/// signal of a user who wants to leave.
+Answered<std::string> readParameter(const Session& session, const std::string& path) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    std::string text;
+    std::array<char, 65536> block{};
+    std::size_t size = file ? block.size() : 0;
+    while (size == block.size() && text.size() <= kMaximumParameter) {
+        size = std::fread(block.data(), 1, block.size(), file.get());
+        text.append(block.data(), size);
     }
-    std::string text = content.str();
+    const int problem = !file || std::ferror(file.get()) != 0 ? errno : 0;
+    if (session.interruption.requested()) {
+        return tl::unexpected(Failure{Failure::Kind::kInterrupted, {}, "interrupted"});
+    }
+    if (problem != 0) {
+        return tl::unexpected(failureBecause(
+            fmt::format("{}: cannot be read: {}", path, std::generic_category().message(problem))));
+    }
     if (text.size() > kMaximumParameter) {
         return tl::unexpected(failureBecause(path + ": larger than 64 MB, which no command takes"));
     }
@@ -30,7 +47,7 @@ Answered<std::string> readParameter(const std::string& path) {
 }
 
 Answered<std::map<std::string, std::string>> readAssignments(
-    const std::vector<std::string>& assignments) {
+    const Session& session, const std::vector<std::string>& assignments) {
     std::map<std::string, std::string> parameters;
     for (const std::string& assignment : assignments) {
         const std::size_t sign = assignment.find('=');
@@ -40,7 +57,7 @@ Answered<std::map<std::string, std::string>> readAssignments(
         }
         std::string value = assignment.substr(sign + 1);
         if (!value.empty() && value.front() == '@') {
-            auto content = readParameter(value.substr(1));
+            auto content = readParameter(session, value.substr(1));
             if (!content) {
                 return tl::unexpected(content.error());
             }
@@ -55,7 +72,7 @@ Answered<std::map<std::string, std::string>> readAssignments(
 
 int runAgentCommand(Session& session, const std::string& name,
                     const std::vector<std::string>& assignments) {
-    const auto parameters = readAssignments(assignments);
+    const auto parameters = readAssignments(session, assignments);
     if (!parameters) {
         return report(session, parameters.error());
     }

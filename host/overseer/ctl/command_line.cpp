@@ -1,11 +1,15 @@
 #include "ctl/command_line.h"
 
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <functional>
 #include <ostream>
+#include <sstream>
 
 #include "ctl/commands.h"
 #include "ctl/exit_codes.h"
+#include "ctl/table.h"
 
 // The command line: what there is, what it means, an example of each.
 namespace overseer::ctl {
@@ -16,6 +20,9 @@ constexpr const char* kExitCodes =
     "failed;\n"
     "3 a file may not replace the installed one; 4 no run was started; 5 no host runs on that "
     "root;\n64 the command line was not understood; 130 interrupted.";
+
+/// Numbers beyond it are not told apart in JSON.
+constexpr std::uint64_t kLargestNumber = std::uint64_t(1) << 53;
 
 using Action = std::function<int(Session&)>;
 
@@ -56,9 +63,30 @@ CLI::App* command(CLI::App& parent, Options& options, const std::string& name,
     return added;
 }
 
+bool isDecimal(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+}
+
+/// A number in decimal digits, within bounds: left to itself the parser takes -1 for the largest
+/// number there is, and 010 for 8.
+std::function<std::string(const std::string&)> wholeNumber(std::uint64_t least,
+                                                           std::uint64_t most) {
+    return [least, most](const std::string& text) -> std::string {
+        std::uint64_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        const bool fits = isDecimal(text) && error == std::errc() && number >= least &&
+                          number <= most && (text.front() != '0' || text.size() == 1);
+        return fits ? std::string()
+                    : fmt::format("\"{}\" is no whole number from {} to {}", text, least, most);
+    };
+}
+
+std::string checkNotEmpty(const std::string& text) {
+    return text.empty() ? "it is empty" : "";
+}
+
 std::string checkRequestedVersion(const std::string& text) {
-    const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
-    return isNumber || CLI::detail::to_lower(text) == "latest"
+    return isDecimal(text) || CLI::detail::to_lower(text) == "latest"
                ? std::string()
                : "\"" + text + "\" is neither a number nor \"latest\"";
 }
@@ -112,7 +140,7 @@ void addAgentCommands(CLI::App& app, Options& options) {
         [&options](Session& session) { return showSetup(session, options.setup); });
     setup->add_flag("--xml", options.setup.xml, "The agent's own node instead of a table");
     setup->add_option("--timeout", options.setup.timeoutSeconds, "Seconds to wait (600)")
-        ->check(CLI::Range(std::uint64_t(1), std::uint64_t(3600)));
+        ->check(wholeNumber(1, 3600));
 
     addAgentAddition(app, options);
 
@@ -150,8 +178,10 @@ void addDriverFileCommands(CLI::App& app, Options& options) {
         [&options](Session& session) { return evaluateIfClear(session, options); });
     evaluate->add_option("FILE", options.words, "Packages (.nvz) and bare drivers (.nvi)")
         ->required();
-    evaluate->add_option("--as", options.evaluate.name,
-                         "The installed driver's file name, where FILE is called otherwise");
+    evaluate
+        ->add_option("--as", options.evaluate.name,
+                     "The installed driver's file name, where FILE is called otherwise")
+        ->check(checkNotEmpty);
     evaluate->add_flag("--xml", options.evaluate.xml, "The answer as the agent gives it");
 
     CLI::App* install = command(
@@ -216,9 +246,11 @@ void addListings(CLI::App& app, Options& options) {
         "  overseerctl events --follow --from 120 --json",
         [&options](Session& session) { return showEvents(session, options.events); });
     events->add_flag("--follow", options.events.follow, "Go on until interrupted");
-    events->add_option_function<std::uint64_t>(
-        "--from", [&options](const std::uint64_t& number) { options.events.from = number; },
-        "Begin with this number");
+    events
+        ->add_option_function<std::uint64_t>(
+            "--from", [&options](const std::uint64_t& number) { options.events.from = number; },
+            "Begin with this number")
+        ->check(wholeNumber(0, kLargestNumber));
 
     CLI::App* history =
         command(app, options, "history", "List the history, the newest at the end.",
@@ -226,7 +258,7 @@ void addListings(CLI::App& app, Options& options) {
                 "  overseerctl history --since \"2026-01-31 03:00:00\"",
                 [&options](Session& session) { return showHistory(session, options.history); });
     history->add_option("--limit", options.history.limit, "The newest so many records (1000)")
-        ->check(CLI::Range(std::uint64_t(0), std::uint64_t(100'000)));
+        ->check(wholeNumber(0, 100'000));
     history->add_option("--since", options.history.since,
                         "Records from this local date, or date and time, on");
 
@@ -240,7 +272,8 @@ void addListings(CLI::App& app, Options& options) {
             "  overseerctl schedule fire 3",
             [&options](Session& session) { return fireEvent(session, options.id); })
         ->add_option("ID", options.id, "The event's id, as `schedule` lists it")
-        ->required();
+        ->required()
+        ->check(wholeNumber(0, kLargestNumber));
 
     command(app, options, "status",
             "Show the host and, per agent, the last run, the next ones and the catalogue.",
@@ -250,7 +283,8 @@ void addListings(CLI::App& app, Options& options) {
 void declare(CLI::App& app, Options& options) {
     app.add_option("--root", options.root, "The controller root whose host to talk to")
         ->envname("OVERSEER_ROOT")
-        ->required();
+        ->required()
+        ->check(checkNotEmpty);
     app.add_option("--agent", options.agent, "The agent meant, where several would do");
     app.add_flag("--json", options.json, "Listings as JSON, for programs");
     app.require_subcommand(1);
@@ -260,17 +294,21 @@ void declare(CLI::App& app, Options& options) {
     addListings(app, options);
 }
 
-}  // namespace
-
-int run(const std::vector<std::string>& arguments, Console& console,
-        const Interruption& interruption) {
+int parseAndAct(const std::vector<std::string>& arguments, Console& console,
+                const Interruption& interruption) {
     CLI::App app("Talks to the overseer that runs on a controller root.", "overseerctl");
     Options options;
     declare(app, options);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error, console.out, console.err) == 0 ? kSuccess : kUsage;
+        // It repeats what was typed, or what a shell made of `*`.
+        std::stringstream text;
+        const bool served = app.exit(error, console.out, text) == 0;
+        for (std::string line; std::getline(text, line);) {
+            console.err << printable(line) << "\n";
+        }
+        return served ? kSuccess : kUsage;
     }
     while (options.root.size() > 1 && options.root.back() == '/') {
         options.root.pop_back();
@@ -284,6 +322,21 @@ int run(const std::vector<std::string>& arguments, Console& console,
                                 {},
                                 std::string("the host's answer cannot be read: ") + error.what()});
     }
+}
+
+}  // namespace
+
+int run(const std::vector<std::string>& arguments, Console& console,
+        const Interruption& interruption) {
+    const int code = parseAndAct(arguments, console, interruption);
+    console.out.flush();
+    if (console.out) {
+        return code;
+    }
+    console.err << "overseerctl: standard output cannot be written, and what it was to show is "
+                   "lost; is the disk full?"
+                << std::endl;
+    return code == kSuccess ? static_cast<int>(kFailure) : code;
 }
 
 }  // namespace overseer::ctl

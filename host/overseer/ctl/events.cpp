@@ -63,7 +63,8 @@ int listEvents(Session& session, std::uint64_t from) {
             printEvent(session, event);
             from = event.value("number", from) + 1;
         }
-        if (events.empty() || from > page->value("newest", std::uint64_t(0))) {
+        if (events.empty() || from > page->value("newest", std::uint64_t(0)) ||
+            !session.console.out) {
             return kSuccess;
         }
     }
@@ -82,6 +83,9 @@ class Follower {
                                        [this](std::string_view line) { return take(line); });
             if (!ended && !worthRetrying(ended.error())) {
                 return report(session_, ended.error());
+            }
+            if (!session_.console.out) {
+                return kFailure;  // nobody reads any more
             }
             if (next_ != before) {
                 delay = kFirstRetry;
@@ -114,7 +118,7 @@ class Follower {
         told_ = false;
         printEvent(session_, event);
         next_ = event.value("number", next_) + 1;
-        return true;
+        return static_cast<bool>(session_.console.out);
     }
 
     static bool worthRetrying(const Failure& failure) {

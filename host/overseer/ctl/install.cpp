@@ -9,6 +9,7 @@
 #include "control/http_message.h"
 #include "ctl/commands.h"
 #include "ctl/exit_codes.h"
+#include "ctl/notification_watch.h"
 #include "ctl/offers.h"
 #include "ctl/table.h"
 
@@ -107,27 +108,13 @@ Answered<> settle(Session& session, Item& item, bool yes) {
     return tl::unexpected(Failure{Failure::Kind::kInterrupted, {}, "interrupted"});
 }
 
-Answered<std::uint64_t> newestNotification(Session& session) {
-    const auto page = getJson(session, "/notifications?limit=0");
-    if (!page) return tl::unexpected(page.error());
-    return page->value("newest", std::uint64_t(0));
-}
-
-/// Whether user interfaces were told since that a driver of this name is in use now.
-Answered<bool> wasUpdated(Session& session, const std::string& name, std::uint64_t newest) {
-    const auto page = getJson(session, fmt::format("/notifications?from={}", newest + 1));
-    if (!page) return tl::unexpected(page.error());
-    for (const Json& event : page->at("notifications")) {
-        pugi::xml_document node;
-        const std::string xml = textOf(event, "xml");
-        if (!node.load_buffer(xml.data(), xml.size())) continue;
-        const pugi::xml_node root = node.document_element();
-        if (root.name() == std::string_view("driver_updated") &&
-            root.child("driver_name").text().get() == name) {
-            return true;
-        }
-    }
-    return false;
+/// Whether a node tells user interfaces that a driver of this name is in use now.
+bool tellsOf(const std::string& xml, const std::string& name) {
+    pugi::xml_document node;
+    if (!node.load_buffer(xml.data(), xml.size())) return false;
+    const pugi::xml_node root = node.document_element();
+    return root.name() == std::string_view("driver_updated") &&
+           root.child("driver_name").text().get() == name;
 }
 
 Answered<> updateDrivers(Session& session, const std::string& agent, const std::string& files,
@@ -162,16 +149,17 @@ Answered<> place(Session& session, Item& item) {
 }
 
 Answered<> apply(Session& session, const std::string& agent, Item& item) {
-    const auto before = newestNotification(session);
-    if (!before) return tl::unexpected(before.error());
+    auto watch = NotificationWatch::begin(session, agent);
+    if (!watch) return tl::unexpected(watch.error());
     if (auto told = updateDrivers(session, agent, fileList(item), false); !told) return told;
-    const auto updated = wasUpdated(session, item.offer.name, *before);
-    if (!updated) return tl::unexpected(updated.error());
-    item.installed = *updated;
+    const auto nodes = watch->take();
+    if (!nodes) return tl::unexpected(nodes.error());
+    item.installed = std::any_of(nodes->begin(), nodes->end(), [&item](const std::string& xml) {
+        return tellsOf(xml, item.offer.name);
+    });
     if (!item.installed) {
-        item.outcome =
-            "it is in place, but the host refused it, and its log says why; `overseerctl restore` "
-            "puts back the one before";
+        item.outcome = "it is in place, but the host refused it, and its log says why";
+        if (item.inPlace) item.outcome += "; `overseerctl restore` puts back the one before";
     }
     return {};
 }
@@ -196,6 +184,15 @@ void print(const Session& session, const Item& item) {
         session.console.out << fmt::format("{}: not installed: {}", name, printable(item.outcome))
                             << std::endl;
     }
+}
+
+/// Ends the command in the middle of a file: the host may have done with it what it was told.
+int leave(const Session& session, const Item& item, Failure failure) {
+    failure.message += fmt::format(
+        "; {} may be in place but not applied, and those after it were not touched: `overseerctl "
+        "drivers` tells",
+        item.offer.name);
+    return report(session, failure);
 }
 
 /// Restarts the host where a driver needs that and the user wants it, and says so where not.
@@ -234,7 +231,7 @@ int installDrivers(Session& session, const std::vector<std::string>& files,
     }
     for (Item& item : *items) {
         if (const auto done = install(session, *agent, item); !done) {
-            return report(session, done.error());
+            return leave(session, item, done.error());
         }
         print(session, item);
     }

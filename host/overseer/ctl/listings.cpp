@@ -45,7 +45,10 @@ std::optional<control::Instant> localInstant(const std::string& text) {
         const char* rest = strptime(text.c_str(), form, &parts);
         if (rest != nullptr && *rest == '\0') {
             parts.tm_isdst = -1;
-            return control::Instant(std::chrono::seconds(mktime(&parts)));
+            const int day = parts.tm_mday;
+            const std::time_t seconds = mktime(&parts);
+            if (parts.tm_mday != day) return std::nullopt;  // 31 February became a day of March
+            return control::Instant(std::chrono::seconds(seconds));
         }
     }
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <time.h>
 #include <algorithm>
+#include <cctype>
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -117,7 +118,10 @@ bool isConfirmed(Session& session, const std::string& question) {
     session.console.out << question << " [y/N] " << std::flush;
     std::string answer;
     std::getline(session.console.in, answer);
-    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
+    if (!session.console.in) session.console.out << std::endl;  // nobody pressed Enter
+    std::transform(answer.begin(), answer.end(), answer.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return answer == "y" || answer == "yes";
 }
 
 bool isUtf8(const std::string& text) {

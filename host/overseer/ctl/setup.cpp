@@ -31,6 +31,18 @@ Failure outOfTime(std::chrono::seconds limit) {
                     limit.count()));
 }
 
+/// What the agent says of a listing that failed.
+std::string reasonOf(const pugi::xml_node& failed) {
+    const std::string reason = failed.child_value("reason");
+    if (!reason.empty()) {
+        return "the catalogue cannot be asked: " + reason;
+    }
+    // An answer that came, but with another status than 200, is no error of the transfer.
+    const std::string code = failed.child_value("errorcode");
+    return fmt::format("{} ({}): {}", failed.child_value("error"), failed.child_value("urldb"),
+                       code == "Success" ? "the catalogue refused; the log has its status" : code);
+}
+
 /// The listing, or why there is none, out of what the agent told; nothing when it told neither.
 std::optional<Answered<std::string>> listingIn(const std::vector<std::string>& nodes) {
     for (const std::string& xml : nodes) {
@@ -43,12 +55,7 @@ std::optional<Answered<std::string>> listingIn(const std::vector<std::string>& n
             return xml;
         }
         if (std::strcmp(root.name(), "get_setup_failed") == 0) {
-            const std::string reason = root.child_value("reason");
-            return tl::unexpected(failureBecause(
-                reason.empty() ? fmt::format("{} ({}): {}; the log tells the answer's status",
-                                             root.child_value("error"), root.child_value("urldb"),
-                                             root.child_value("errorcode"))
-                               : "the catalogue cannot be asked: " + reason));
+            return tl::unexpected(failureBecause(reasonOf(root)));
         }
     }
     return std::nullopt;
@@ -163,6 +170,17 @@ Json setupOf(const std::string& xml, const std::map<std::string, int>& installed
     return setup;
 }
 
+/// The agent's node, without the control characters that a catalogue's text may hold and no strict
+/// reader of XML takes.
+void printNode(Session& session, const std::string& xml) {
+    pugi::xml_document document;
+    document.load_buffer(xml.data(), xml.size(), pugi::parse_default | pugi::parse_ws_pcdata);
+    document.save(session.console.out, "",
+                  pugi::format_raw | pugi::format_no_declaration | pugi::format_skip_control_chars,
+                  pugi::encoding_utf8);
+    session.console.out << std::endl;
+}
+
 void printSetup(Session& session, const Json& setup) {
     Table table({{"FILE"},
                  {"INSTALLED", true},
@@ -227,7 +245,7 @@ int showSetup(Session& session, const SetupOptions& options) {
         return report(session, installed.error());
     }
     if (options.xml) {
-        session.console.out << *listing << std::endl;
+        printNode(session, *listing);
     } else if (session.json) {
         session.console.out << setupOf(*listing, *installed).dump(2) << std::endl;
     } else {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <algorithm>
 #include <clocale>
+#include <cstdint>
 #include <cwchar>
 #include <ostream>
 
@@ -39,41 +40,54 @@ std::string_view escapeOf(Colour colour) {
     return "";
 }
 
+/// The first character of a text that is not empty.
+struct Character {
+    std::size_t length = 1;  ///< in bytes; 1 for a byte that belongs to none
+    wchar_t code = 0;        ///< 0 for such a byte
+};
+
+Character firstOf(std::string_view text) {
+    Character first;
+    std::mbstate_t state{};
+    const std::size_t length = std::mbrtowc(  // NOLINT(concurrency-mt-unsafe)
+        &first.code, text.data(), text.size(), &state);
+    if (length == 0 || length > text.size()) return {};
+    first.length = length;
+    return first;
+}
+
+/// Whether a character would do something to the terminal or to the order of the text around it.
+bool steers(wchar_t code) {
+    return code < 0x20 || (code >= 0x7f && code < 0xa0) || (code >= 0x2028 && code <= 0x202e) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
 }  // namespace
 
 std::size_t displayWidth(std::string_view text) {
     const Unicode unicode;
     std::size_t width = 0;
-    std::mbstate_t state{};
     while (!text.empty()) {
-        wchar_t character = 0;
-        const std::size_t length = std::mbrtowc(  // NOLINT(concurrency-mt-unsafe)
-            &character, text.data(), text.size(), &state);
-        if (length == 0 || length > text.size()) {
-            state = {};
-            text.remove_prefix(1);
-            ++width;
-            continue;
-        }
-        width += static_cast<std::size_t>(std::max(wcwidth(character), 0));
-        text.remove_prefix(length);
+        const Character first = firstOf(text);
+        width += first.code == 0 ? 1 : static_cast<std::size_t>(std::max(wcwidth(first.code), 0));
+        text.remove_prefix(first.length);
     }
     return width;
 }
 
 std::string printable(std::string_view text) {
+    const Unicode unicode;
     std::string clean;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0u;
-        if (byte < 0x20 || byte == 0x7f) {
-            clean += fmt::format("\\x{:02x}", byte);
-        } else if (byte == 0xc2 && next >= 0x80 && next < 0xa0) {
-            clean += fmt::format("\\x{:02x}", next);
-            ++at;
+    while (!text.empty()) {
+        const Character first = firstOf(text);
+        if (first.code == 0) {
+            clean += fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()));
+        } else if (steers(first.code)) {
+            clean += fmt::format("\\x{:02x}", static_cast<std::uint32_t>(first.code));
         } else {
-            clean.push_back(text[at]);
+            clean += text.substr(0, first.length);
         }
+        text.remove_prefix(first.length);
     }
     return clean;
 }

@@ -11,7 +11,8 @@ namespace overseer::ctl {
 /// How many columns of a terminal the text takes; UTF-8, bytes that are none count one each.
 std::size_t displayWidth(std::string_view text);
 
-/// The text fit for a terminal: control characters, which could steer it, are spelled out as \xNN.
+/// The text fit for a terminal: characters that could steer it or turn the text around, and bytes
+/// that are no UTF-8, are spelled out as \xNN.
 std::string printable(std::string_view text);
 
 enum class Colour { kNone, kGreen, kYellow, kRed };

@@ -2,7 +2,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
 
 #include "console_run.h"
 #include "ctl/exit_codes.h"
@@ -49,24 +48,33 @@ INSTANTIATE_TEST_SUITE_P(Commands, EachCommand, testing::Values(
     CommandCase{"UnknownCommand", {"command", "DANCE"}, kFailure, "", "no agent knows the command DANCE"},
     CommandCase{"UnknownAgent", {"--agent", "other", "command", "GET_STATE"}, kFailure, "", "there is no agent \"other\""},
     CommandCase{"NoParameter", {"command", "GET_STATE", "word"}, kFailure, "", "param=value"},
-    CommandCase{"MissingFile", {"command", "GET_STATE", "a=@/nowhere"}, kFailure, "", "/nowhere: cannot be read"},
+    CommandCase{"MissingFile", {"command", "GET_STATE", "a=@/nowhere"}, kFailure, "", "/nowhere: cannot be read: No such"},
+    CommandCase{"FolderForAFile", {"command", "GET_STATE", "a=@/tmp"}, kFailure, "", "/tmp: cannot be read: Is a"},
+    CommandCase{"EndlessFile", {"command", "GET_STATE", "a=@/dev/zero"}, kFailure, "", "larger than 64 MB"},
     CommandCase{"NotUtf8", {"command", "GET_STATE", "a=\xff"}, kFailure, "", "not UTF-8"},
     CommandCase{"Settings", {"settings"}, kSuccess, "auto_update_enabled  true\n", ""},
     CommandCase{"SettingsForPrograms", {"settings", "--json"}, kSuccess, "\"name\": \"persist_data\"", ""},
     CommandCase{"History", {"history", "--since", "2026-01-31"}, kSuccess, "Driver Update Agent  Auto Update  Failed", ""},
-    CommandCase{"HistoryOfBadDate", {"history", "--since", "soon"}, kUsage, "", "YYYY-MM-DD"},
+    CommandCase{"HistoryOfBadDate", {"history", "--since", "2026-02-31"}, kUsage, "", "YYYY-MM-DD"},
     CommandCase{"Variables", {"variables"}, kSuccess, "updater  1000  LAST_MESSAGE  string  Türklingel", ""},
     CommandCase{"Drivers", {"drivers"}, kSuccess, "Türklingel.nvz         12        13  Haustür\ndimmer.nvi              3         -\n", ""},
     CommandCase{"Schedule", {"schedule"}, kSuccess, " 3  Daily", ""},
     CommandCase{"Fire", {"schedule", "fire", "3"}, kSuccess, "fired: Daily\n", ""},
     CommandCase{"FireUnknown", {"schedule", "fire", "4"}, kFailure, "", "no event \"4\""},
+    CommandCase{"FireBelowNothing", {"schedule", "fire", "-1"}, kUsage, "", "\"-1\" is no whole number"},
+    CommandCase{"FireOctal", {"schedule", "fire", "010"}, kUsage, "", "\"010\" is no whole number"},
+    CommandCase{"EventsBelowNothing", {"events", "--from", "-3"}, kUsage, "", "\"-3\" is no whole number"},
+    CommandCase{"EventsBeyondJson", {"events", "--from", "9007199254740993"}, kUsage, "", "to 9007199254740992"},
+    CommandCase{"TooMuchHistory", {"history", "--limit", "100001"}, kUsage, "", "from 0 to 100000"},
+    CommandCase{"NoTimeAtAll", {"setup", "--timeout", "0"}, kUsage, "", "from 1 to 3600"},
+    CommandCase{"NoName", {"evaluate", "x.nvi", "--as", ""}, kUsage, "", "--as: it is empty"},
     CommandCase{"Status", {"status"}, kSuccess, "last run   never", ""},
     CommandCase{"Events", {"events"}, kSuccess, "updater  driver_updated\n", ""},
     CommandCase{"Restore", {"restore", "Tür x.nvz"}, kSuccess, "Tür x.nvz: version 11 is in place again (previous package)", "exclude"},
     CommandCase{"RestoreFails", {"restore", "nothing.nvz"}, kFailure, "", "no earlier package"},
     CommandCase{"CommaExcluded", {"exclude", "add", "a,b.nvz"}, kFailure, "", "commas"},
     CommandCase{"NoCommand", {}, kUsage, "", "subcommand"},
-    CommandCase{"BadState", {"auto-update", "perhaps"}, kUsage, "", "perhaps"},
+    CommandCase{"BadState", {"auto-update", "per\x1bhaps"}, kUsage, "", "per\\x1bhaps"},
     CommandCase{"Help", {"update", "--help"}, kSuccess, "overseerctl update --forced", ""}),
     [](const auto& row) { return row.param.name; });
 // clang-format on
@@ -180,63 +188,23 @@ TEST(EveryCommand, SaysWhereNobodyListens) {
     }
 }
 
-/// An output that another thread can wait for.
-class AwaitedOutput : public std::streambuf {
-  public:
-    void await(const std::string& text) {
-        std::unique_lock lock(mutex_);
-        EXPECT_TRUE(
-            changed_.wait_for(lock, std::chrono::seconds(10),
-                              [this, &text] { return text_.find(text) != std::string::npos; }))
-            << "waits for \"" << text << "\" in: " << text_;
+TEST(EveryCommand, FailsWhenItsOutputCannotBeWritten) {
+    const TemporaryRoot root;
+    RunningServer server(root.path());
+    server.onLoop([](FakeServices& services) { services.publish("<driver_updated/>"); });
+    const std::vector<std::string> commands[] = {
+        {"status"}, {"--help"}, {"events"}, {"events", "--follow", "--from", "1"}};
+    for (std::vector<std::string> arguments : commands) {
+        std::istringstream in;
+        std::ostream full(nullptr);
+        std::ostringstream err;
+        Console console{in, full, err, false, false, false};
+        const Interruption interruption;
+        arguments.insert(arguments.begin(), {"--root", root.path()});
+        EXPECT_EQ(run(arguments, console, interruption), kFailure) << arguments[2];
+        EXPECT_THAT(err.str(), HasSubstr("standard output cannot be written")) << arguments[2];
     }
-    std::string text() {
-        const std::lock_guard lock(mutex_);
-        return text_;
-    }
-
-  protected:
-    int overflow(int character) override {
-        const char byte = static_cast<char>(character);
-        xsputn(&byte, 1);
-        return character;
-    }
-    std::streamsize xsputn(const char* bytes, std::streamsize size) override {
-        const std::lock_guard lock(mutex_);
-        text_.append(bytes, static_cast<std::size_t>(size));
-        changed_.notify_all();
-        return size;
-    }
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::string text_;
-};
-
-/// `overseerctl` in a thread of its own, as long as it likes.
-class Background {
-  public:
-    Background(const std::string& root, std::vector<std::string> arguments, bool terminal) {
-        arguments.insert(arguments.begin(), {"--root", root});
-        code_ = std::async(std::launch::async, [this, arguments, terminal] {
-            std::istringstream in;
-            std::ostream outStream(&out);
-            std::ostream errStream(&err);
-            Console console{in, outStream, errStream, terminal, false, false};
-            return run(arguments, console, interruption);
-        });
-    }
-    ~Background() { interruption.request(); }
-    int end() { return code_.get(); }
-
-    AwaitedOutput out;
-    AwaitedOutput err;
-    Interruption interruption;
-
-  private:
-    std::future<int> code_;
-};
+}
 
 TEST(Events, GoOnFromTheLastNumberOverARestart) {
     const TemporaryRoot root;

@@ -40,7 +40,6 @@ INSTANTIATE_TEST_SUITE_P(Manifests, EachEncoding, testing::Values(
     EncodingCase{"Utf8WithMark", "\xef\xbb\xbf<d>ü</d>", "<d>ü</d>"},
     EncodingCase{"Utf8Declared", "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<d/>", "<?xml version=\"1.0\" standalone=\"yes\"?>\n<d/>"},
     EncodingCase{"Latin1", "<?xml version='1.0' encoding = 'Latin1'?><d>\xfc</d>", "<?xml version='1.0'?><d>ü</d>"},
-    EncodingCase{"Latin1ByItsOtherName", "<?xml version=\"1.0\"\n\tencoding=\"iso-8859-1\"?><d>\xe9</d>", "<?xml version=\"1.0\"?><d>é</d>"},
     EncodingCase{"Utf16LittleWithMark", "\xff\xfe" + widened("<?xml version=\"1.0\" encoding=\"UTF-16\"?><d>\xfc</d>", 2, false), "<?xml version=\"1.0\"?><d>ü</d>"},
     EncodingCase{"Utf16BigWithMark", "\xfe\xff" + widened("<d>\xfc</d>", 2, true), "<d>ü</d>"},
     EncodingCase{"Utf16WithoutMark", widened("<d/>", 2, false), "<d/>"},
@@ -48,9 +47,6 @@ INSTANTIATE_TEST_SUITE_P(Manifests, EachEncoding, testing::Values(
     EncodingCase{"Utf16Pair", widened("<d>", 2, false) + "\x3d\xd8\xa1\xdc"s + widened("</d>", 2, false), "<d>💡</d>"},
     EncodingCase{"Utf32WithMark", "\xff\xfe\0\0"s + widened("<d>\xfc</d>", 4, false), "<d>ü</d>"},
     EncodingCase{"Utf32BigWithoutMark", widened("<d/>", 4, true), "<d/>"},
-    // Judging it is the agent's part, and so is finding out that it is no manifest.
-    EncodingCase{"NotWellFormed", "<d><version>4<!-- \r\n", "<d><version>4<!-- \r\n"},
-    EncodingCase{"Empty", "", ""},
     EncodingCase{"DeclarationInsideIsText", "<d a='encoding=\"latin1\"'/>", "<d a='encoding=\"latin1\"'/>"},
     EncodingCase{"UnendedDeclaration", "<?xml encoding=\"latin1", "<?xml encoding=\"latin1"},
     EncodingCase{"DeclarationWithoutValue", "<?xml encoding=latin1?><d/>", "<?xml encoding=latin1?><d/>"}),

@@ -20,7 +20,12 @@ TEST(DisplayWidth, CountsColumnsNotBytes) {
 TEST(Printable, LeavesNothingThatSteersATerminal) {
     EXPECT_EQ(printable("a\x1b[2Jb\n\x7f"), "a\\x1b[2Jb\\x0a\\x7f");
     EXPECT_EQ(printable("\u009b31m"), "\\x9b31m");
-    EXPECT_EQ(printable("Größe"), "Größe");
+    EXPECT_EQ(printable("a\u202eb\u2028"), "a\\x202eb\\x2028") << "turned around, another line";
+    EXPECT_EQ(printable("Gr\xf6\xdf"
+                        "e\x9b"),
+              "Gr\\xf6\\xdfe\\x9b")
+        << "Latin-1";
+    EXPECT_EQ(printable("Größe 電 💡"), "Größe 電 💡");
 }
 
 TEST(Table, AlignsAndColours) {
