@@ -5,7 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
 
 namespace overseer {
 namespace fs = boost::filesystem;

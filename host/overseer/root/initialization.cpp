@@ -2,9 +2,10 @@
 
 #include "root/initialization.h"
 
+#include <nvhost/transport.h>
+
 #include <boost/filesystem/operations.hpp>
 
-#include "root/certificate_bundle.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -117,10 +118,11 @@ Result<ControllerRoot> initializeRoot(const fs::path& folder, const fs::path& ca
     if (const Result<> vacant = checkVacant(*root); !vacant) {
         return tl::unexpected<Error>(vacant.error());
     }
-    if (const Result<int> certificates = countCertificates(caFile); !certificates) {
-        return inContext("CA bundle", certificates.error());
-    }
     boost::system::error_code ignored;
+    if (const auto unusable = nv::hosting::checkCaFile(caFile.string())) {
+        return failure("the CA bundle {}: {}; name another one with --ca FILE", caFile.string(),
+                       unusable.message());
+    }
     const bool wasThere = fs::exists(root->path(), ignored);
     if (const Result<> filled = fill(*root, caFile); !filled) {
         // What this call made goes again, so that the next one finds the place vacant.

@@ -5,6 +5,8 @@
 #include <unistd.h>
 #include <cerrno>
 
+#include "common/system_failure.h"
+
 namespace overseer {
 namespace {
 
@@ -26,7 +28,8 @@ bool record(int file) {
 
 Result<RootLock> RootLock::acquire(const ControllerRoot& root) {
     const std::string name = root.lockFile().string();
-    Descriptor file(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    nv::hosting::Descriptor file(
+        ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file.isOpen()) return failure("the lock {}: {}", name, lastErrorText());
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) return failure("the lock {}: {}", name, lastErrorText());

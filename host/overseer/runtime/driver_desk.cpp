@@ -46,8 +46,11 @@ Result<> DriverDesk::checkAll() {
     project_.AddAgentFileNames(names);
     for (const CheckedDriver& checked : checkDrivers(names, application_)) {
         if (!checked.outcome) {
-            log::error(fmt::format("driver {} cannot be used as it lies there: {}",
-                                   checked.fileName, checked.outcome.error().message));
+            const Error& why = checked.outcome.error();
+            log::error(fmt::format("driver {} {}: {}", checked.fileName,
+                                   why.ofMachine ? "could not be looked at and counts as it did"
+                                                 : "cannot be used as it lies there",
+                                   why.message));
             continue;
         }
         follow(checked.fileName, *checked.outcome);

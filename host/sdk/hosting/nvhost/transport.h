@@ -97,6 +97,9 @@ struct TransportSettings {
 void configureTransport(boost::asio::io_context& context, TransportSettings settings);
 const TransportSettings& transportSettings(boost::asio::io_context& context);
 Transport& transportOf(boost::asio::io_context& context);
+/// Whether the file can serve to verify peers: a regular one with at least one certificate and no
+/// damaged one. Clear when it can.
+boost::system::error_code checkCaFile(const std::string& path);
 /// Puts another transport in place, for tests.
 void replaceTransport(boost::asio::io_context& context, std::shared_ptr<Transport> transport);
 
