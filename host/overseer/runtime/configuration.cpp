@@ -4,6 +4,7 @@
 #include <nv/http.h>
 
 #include <CLI/CLI.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <charconv>
 #include <cstring>
 #include <iostream>
@@ -166,6 +167,13 @@ Result<> check(Configuration& configuration) {
         Result<std::string> url = normalizedBaseUrl(configuration.catalogue);
         if (!url) return tl::unexpected(url.error());
         configuration.catalogue = *url;
+    }
+    for (std::string& library : configuration.agents) {
+        // The host works in another folder than the one that it was started in. A bare name is
+        // looked for where the system has its libraries.
+        if (library.find('/') != std::string::npos) {
+            library = boost::filesystem::absolute(library).string();
+        }
     }
     if (Result<VersionNumbers> version = readVersion(configuration.version); !version) {
         return tl::unexpected(version.error());

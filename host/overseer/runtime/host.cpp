@@ -16,6 +16,7 @@
 #include "common/log.h"
 #include "control/server.h"
 #include "drivers/packaged_agents.h"
+#include "root/temporary_folder.h"
 #include "runtime/agents.h"
 #include "runtime/control_backend.h"
 #include "runtime/driver_desk.h"
@@ -23,6 +24,8 @@
 #include "runtime/host_state.h"
 #include "runtime/idle_watch.h"
 #include "runtime/overseer_interface.h"
+#include "runtime/process.h"
+#include "runtime/shortcomings.h"
 #include "runtime/surroundings.h"
 #include "runtime/update_runs.h"
 #include "services/agent_settings.h"
@@ -52,7 +55,7 @@ class Instances : public IInstanceManager {
 /// Everything, in the order in which it is made; taken down in the reverse order.
 struct Host::Services {
     Services(const Configuration& chosen, const ControllerRoot& folder,
-             std::unique_ptr<HostState> opened);
+             std::unique_ptr<HostState> opened, std::unique_ptr<TemporaryFolder> entered);
 
     Result<> startAgents();
     Result<> startControl();
@@ -68,6 +71,7 @@ struct Host::Services {
     const Configuration configuration;
     ControllerRoot root;
     std::unique_ptr<HostState> state;
+    std::unique_ptr<TemporaryFolder> temporary;
     boost::asio::io_context loop{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
         loop.get_executor()};
@@ -90,10 +94,12 @@ struct Host::Services {
 };
 
 Host::Services::Services(const Configuration& chosen, const ControllerRoot& folder,
-                         std::unique_ptr<HostState> opened)
+                         std::unique_ptr<HostState> opened,
+                         std::unique_ptr<TemporaryFolder> entered)
     : configuration(chosen),
       root(folder),
       state(std::move(opened)),
+      temporary(std::move(entered)),
       metrics(statsdSettings(configuration), nv::hosting::environment().clock,
               [this](std::function<void()> call) { boost::asio::post(loop, std::move(call)); }),
       messages(*state->notifications),
@@ -107,7 +113,7 @@ Host::Services::Services(const Configuration& chosen, const ControllerRoot& fold
       settings(state->nodes),
       runs({state->project, scheduler, journal, idle}),
       agents({overseer, root, instances, metrics, variables, state->history, *state->notifications,
-              scheduler, settings}),
+              scheduler, settings, *temporary}),
       backend({agents, settings, drivers, state->history, idle, *state->notifications, journal,
                scheduler, runs, variables},
               information()) {
@@ -156,6 +162,7 @@ void Host::Services::becameIdle() {
     if (Result<> flushed = drivers.flush(); !flushed) log::error(flushed.error().message);
     // Answers and listings may have taken many times what the host has need of between runs.
     malloc_trim(0);
+    temporary->keep();
 }
 
 Result<> Host::Services::startAgents() {
@@ -223,9 +230,15 @@ Host::~Host() {
 
 Result<std::unique_ptr<Host>> Host::start(const Configuration& configuration,
                                           const ControllerRoot& root) {
+    const std::size_t descriptors = process::raiseDescriptorLimit();
     Result<std::unique_ptr<HostState>> state = HostState::open(root);
     if (!state) return tl::unexpected(state.error());
-    auto services = std::make_unique<Services>(configuration, root, std::move(*state));
+    Result<std::unique_ptr<TemporaryFolder>> temporary = TemporaryFolder::enter(root);
+    if (!temporary) return tl::unexpected(temporary.error());
+    auto services =
+        std::make_unique<Services>(configuration, root, std::move(*state), std::move(*temporary));
+    warnOfShortcomings(configuration, root, services->state->project,
+                       nv::hosting::transportOf(services->loop), descriptors);
     if (Result<> checked = services->drivers.checkAll(); !checked) {
         return tl::unexpected(checked.error());
     }

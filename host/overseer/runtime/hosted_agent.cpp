@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "root/temporary_folder.h"
 #include "runtime/command_message.h"
 #include "runtime/guard.h"
 #include "services/agent_settings.h"
@@ -60,6 +61,7 @@ Result<> HostedAgent::start() {
 
 Result<std::optional<std::string>> HostedAgent::runCommand(
     const std::string& command, const std::map<std::string, std::string>& parameters) {
+    surroundings_.temporary.keep();
     const CommandMessage message(command, parameters);
     nv::XmlNode::Ptr answer;
     bool known = false;
@@ -80,6 +82,7 @@ Result<std::optional<std::string>> HostedAgent::runCommand(
 }
 
 void HostedAgent::deliver(std::uint32_t eventId) {
+    surroundings_.temporary.keep();
     logged("the delivery of event " + std::to_string(eventId),
            [&] { operations().OnSchedulerEvent(eventId); });
     persist();

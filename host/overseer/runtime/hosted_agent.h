@@ -18,6 +18,7 @@ class AgentSettings;
 class History;
 class Notifications;
 class Scheduler;
+class TemporaryFolder;
 class Variables;
 
 /// What every agent of the host stands on. All of it outlives the agents.
@@ -31,6 +32,7 @@ struct AgentSurroundings {
     Notifications& notifications;
     Scheduler& scheduler;
     AgentSettings& settings;
+    TemporaryFolder& temporary;
 };
 
 /// One agent: the object out of its library, and the host as this object sees it.
