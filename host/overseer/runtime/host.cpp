@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "control/http_message.h"
 #include "control/server.h"
 #include "drivers/packaged_agents.h"
 #include "root/temporary_folder.h"
@@ -117,14 +118,18 @@ Host::Services::Services(const Configuration& chosen, const ControllerRoot& fold
       backend({agents, settings, drivers, state->history, idle, *state->notifications, journal,
                scheduler, runs, variables},
               information()) {
-    nv::hosting::configureTransport(loop, transportSettings(configuration, root));
     observeOutcomes();
 }
 
 Scheduler::Surroundings Host::Services::schedulerSurroundings() {
-    return {loop, nv::hosting::environment().clock, state->schedule,
+    return {loop,
+            nv::hosting::environment().clock,
+            state->schedule,
             [this] { return idle.isIdle(); },
-            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); }};
+            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); },
+            [this] {
+                for (const auto& agent : agents.all()) agent->persistAgain();
+            }};
 }
 
 control::HostInformation Host::Services::information() const {
@@ -141,6 +146,12 @@ void Host::Services::observeOutcomes() {
     state->notifications->observe([this](const Notification& sent) { journal.notified(sent); });
     state->history.observe([this](const HistoryRecord& record) { journal.recorded(record); });
     metrics.observe([this](const Metric& metric) { journal.measured(metric); });
+    nv::hosting::TransportSettings transport = transportSettings(configuration, root);
+    transport.downloadFailed = [this](const std::string& url, const std::string& reason) {
+        const std::string_view name = std::string_view(url).substr(url.rfind('/') + 1);
+        if (const auto file = control::percentDecoded(name)) journal.downloadFailed(*file, reason);
+    };
+    nv::hosting::configureTransport(loop, std::move(transport));
     observeErrors([this, owner = std::this_thread::get_id()](const std::string& text) {
         if (std::this_thread::get_id() == owner) journal.errorLogged(text);
     });

@@ -1,5 +1,6 @@
 #include "runtime/hosted_agent.h"
 
+#include <cstdio>
 #include <utility>
 
 #include "common/log.h"
@@ -94,7 +95,26 @@ Result<> HostedAgent::persist() {
         log::error(fmt::format("settings of agent {} could not be stored: {}", name_,
                                collected.error().message));
     }
+    unstored_ = !collected;
     return collected;
+}
+
+void HostedAgent::persistAgain() {
+    if (unstored_) persist();
+}
+
+void HostedAgent::persistFinally() {
+    if (persist()) return;
+    std::string lost;
+    logged("GetPersistData", [&] { lost = surroundings_.settings.unstored(name_, operations()); });
+    if (lost.empty()) return;
+    const std::string text = fmt::format(
+        "settings of agent {} are lost with this stop, since they could not be stored; "
+        "set them again: {}",
+        name_, lost);
+    log::error(text);
+    // The log lies on the same disk.
+    std::fprintf(stderr, "overseer: %s\n", text.c_str());
 }
 
 nv::XmlNode::Ptr HostedAgent::persistedNode() {

@@ -62,6 +62,10 @@ class HostedAgent : public IDriverHost {
     /// Stores what the agent persists, when it changed. A failure is logged too, and the next call
     /// tries again.
     Result<> persist();
+    /// The same, where the last time failed: for whenever the disk may have room again.
+    void persistAgain();
+    /// The same for the last time; says what is lost when it fails.
+    void persistFinally();
     /// What would be stored now; a null node when there is none.
     nv::XmlNode::Ptr persistedNode();
     std::vector<std::string> plainCommands();
@@ -88,6 +92,7 @@ class HostedAgent : public IDriverHost {
     std::shared_ptr<PluginLibrary> library_;
     std::string name_;
     CreationContext context_;
+    bool unstored_ = false;
     PluginLibrary::Driver driver_;  ///< last, since it uses all the others until it is gone
 };
 

@@ -36,6 +36,23 @@ Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& ope
     return {};
 }
 
+std::string AgentSettings::unstored(const std::string& agent, IDriverOperations& operations) {
+    const nv::XmlNode::Ptr node =
+        operations.GetPersistState() ? operations.GetPersistData() : nullptr;
+    const Result<nv::XmlNode::Ptr> known = restore(agent);
+    if (!node) return {};
+    std::string lost;
+    for (nv::XmlNodeIterator children = node->GetIterator(); children.HasNext();) {
+        const nv::XmlNode::Ptr child = children.Next();
+        const std::string name = child->GetName();
+        if (known && (*known)->ChildExists(name) &&
+            (*known)->GetChildData(name) == child->GetData())
+            continue;
+        lost += fmt::format("{}{} \"{}\"", lost.empty() ? "" : ", ", name, child->GetData());
+    }
+    return lost;
+}
+
 Result<std::string> AgentSettings::stored(const std::string& agent) {
     const Result<std::optional<std::string>> xml = store_.find(agent);
     if (!xml) return inContext("cannot read the settings of " + agent, xml.error());

@@ -63,6 +63,8 @@ class Scheduler : public nv::scheduler::IScheduler {
         ScheduleStore& store;
         std::function<bool()> networkIdle;
         Delivery deliver;
+        /// Called at each look at the clock, before anything is delivered; may be empty.
+        std::function<void()> looked = {};
     };
 
     explicit Scheduler(Surroundings surroundings);

@@ -46,17 +46,4 @@ Result<> PersistedNodes::keepCopy(const std::string& agent, const std::string& x
     return copied;
 }
 
-Result<std::vector<std::string>> PersistedNodes::agents() {
-    auto statement =
-        Statement::prepare(database_.durable(), "SELECT agent FROM persisted_nodes ORDER BY agent");
-    if (!statement) return tl::unexpected(statement.error());
-    std::vector<std::string> agents;
-    for (;;) {
-        const Result<bool> row = statement->step();
-        if (!row) return tl::unexpected(row.error());
-        if (!*row) return agents;
-        agents.push_back(statement->text(0));
-    }
-}
-
 }  // namespace overseer

@@ -3,7 +3,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "state/database.h"
 
@@ -23,8 +22,6 @@ class PersistedNodes {
     /// @return whether something was written. An error when the copy could not be written although
     ///         the database was.
     Result<bool> store(const std::string& agent, const std::string& xml);
-    /// Names of all agents that have something stored, in ascending order.
-    Result<std::vector<std::string>> agents();
 
   private:
     Result<> keepCopy(const std::string& agent, const std::string& xml);

@@ -196,11 +196,6 @@ KeptExitStatus::~KeptExitStatus() {
 
 namespace hosting {
 
-std::size_t runningChildren() {
-    const std::lock_guard<std::mutex> lock(children().mutex);
-    return children().running.size();
-}
-
 void stopChildren() {
     const std::lock_guard<std::mutex> lock(children().mutex);
     children().stopped = true;
@@ -210,11 +205,6 @@ void stopChildren() {
 bool childrenStopped() {
     const std::lock_guard<std::mutex> lock(children().mutex);
     return children().stopped;
-}
-
-void allowChildren() {
-    const std::lock_guard<std::mutex> lock(children().mutex);
-    children().stopped = false;
 }
 
 }  // namespace hosting

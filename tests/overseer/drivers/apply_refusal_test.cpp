@@ -3,6 +3,7 @@
 #include <nvhost/children.h>
 #include <nvhost/replacement.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "drivers/apply.h"
 #include "overseer/drivers/driver_site.h"
@@ -144,9 +145,12 @@ TEST_F(ApplyRefusal, withoutUnpackingWhileTheHostStops) {
     fs::remove_all(copy("l.nvz"));
     fs::create_directory(copy("l.nvz"));
     package("l.nvz", 6);
-    nv::hosting::stopChildren();
-    expectRefused("l.nvz", Occasion::kUpdate);
-    nv::hosting::allowChildren();
+    const auto stopped = [this] {
+        nv::hosting::stopChildren();
+        expectRefused("l.nvz", Occasion::kUpdate);
+        ::_exit(HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(stopped(), testing::ExitedWithCode(0), "") << "in a process of its own";
     EXPECT_TRUE(fs::is_empty(copy("l.nvz")));
     EXPECT_EQ(apply("l.nvz", Occasion::kStart), "6") << "due again at the next start";
 }

@@ -90,6 +90,8 @@ struct TransportSettings {
     std::string proxyUser;
     std::string proxyPassword;
     std::string userAgent = "overseer";
+    /// Told of each nv::Curl transfer that failed, on the loop, before its owner is; may be empty.
+    std::function<void(const std::string& url, const std::string& reason)> downloadFailed;
 };
 
 /// The one transport of a loop, over libcurl's multi interface; made on first use. Its settings may
