@@ -6,7 +6,6 @@
 #include <nvhost/replacement.h>
 
 #include <log4cplus/loggingmacros.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/system_failure.h"
@@ -49,23 +48,6 @@ AppliedDriver describeDriver(const std::string& fileName, const Manifest& manife
     return driver;
 }
 
-/// What tells without reading it that a file is the one that was looked at before.
-struct DriverApplication::Stamp {
-    std::uint64_t size = 0;
-    std::int64_t nanoseconds = 0;
-
-    static Result<Stamp> of(const path& file) {
-        struct stat status {};
-        if (::lstat(file.c_str(), &status) != 0) {
-            return readFailure(file, {errno, boost::system::system_category()});
-        }
-        if (!S_ISREG(status.st_mode)) return failure("{} is no regular file", file.string());
-        constexpr std::int64_t kPerSecond = 1'000'000'000;
-        return Stamp{static_cast<std::uint64_t>(status.st_size),
-                     status.st_mtim.tv_sec * kPerSecond + status.st_mtim.tv_nsec};
-    }
-};
-
 DriverApplication::DriverApplication(const ControllerRoot& root, DriverLedger& ledger)
     : root_(root), ledger_(ledger), kept_(root) {}
 
@@ -107,7 +89,7 @@ Result<AppliedDriver> DriverApplication::attempt(const std::string& fileName, Oc
 Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileName,
                                                       Occasion occasion, DriverRecord& record) {
     const path file = driverFile(root_, fileName);
-    const Result<Stamp> stamp = Stamp::of(file);
+    const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
     const Result<Package> package = Package::open(file);
     if (!package) return tl::unexpected<Error>(package.error());
@@ -138,7 +120,7 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
 Result<AppliedDriver> DriverApplication::applyBareDriver(const std::string& fileName,
                                                          Occasion occasion, DriverRecord& record) {
     const path file = driverFile(root_, fileName);
-    const Result<Stamp> stamp = Stamp::of(file);
+    const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
     const Result<std::string> text = readText(file);
     if (!text) return tl::unexpected<Error>(text.error());
@@ -183,14 +165,11 @@ Result<> DriverApplication::makeWhole(const Package& package, const std::string&
     return {};
 }
 
-Result<std::string> DriverApplication::checksum(const path& file, const Stamp& stamp,
+Result<std::string> DriverApplication::checksum(const path& file, const FileStamp& stamp,
                                                 const DriverRecord& record,
                                                 Occasion occasion) const {
     // Only a start, with thousands of files to look at, takes the word of size and time.
-    const bool known = occasion == Occasion::kStart && record.checkedNanoseconds != 0 &&
-                       record.checkedSize == stamp.size &&
-                       record.checkedNanoseconds == stamp.nanoseconds;
-    if (known) return record.appliedMd5;
+    if (occasion == Occasion::kStart && stamp.isOf(record)) return record.appliedMd5;
     return md5Of(file);
 }
 
@@ -203,8 +182,8 @@ Result<> DriverApplication::writeChecksum(const std::string& fileName, const std
     return writeInPlace(file, md5, Flush::kNever, root_.packagedDrivers());
 }
 
-Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const std::string& md5,
-                                     int version, DriverRecord& record) {
+Result<> DriverApplication::conclude(const path& file, const FileStamp& stamp,
+                                     const std::string& md5, int version, DriverRecord& record) {
     DriverRecord after = record;
     after.version = version;
     const Result<> kept = kept_.keep(file, md5, after);

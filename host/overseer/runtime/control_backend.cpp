@@ -241,7 +241,7 @@ Result<> ControlBackend::fire(std::uint32_t id) {
 }
 
 Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
-    Result<std::vector<control::DriverInformation>> list = surroundings_.drivers.list();
+    Result<std::vector<control::DriverInformation>> list = surroundings_.drivers.listing().all();
     if (!list) return list;
     const Outcomes outcomes = lastOutcomes();
     for (control::DriverInformation& driver : *list) addOutcome(outcomes, driver);
@@ -249,7 +249,8 @@ Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
 }
 
 Result<std::optional<control::DriverInformation>> ControlBackend::driver(const std::string& file) {
-    Result<std::optional<control::DriverInformation>> driver = surroundings_.drivers.find(file);
+    Result<std::optional<control::DriverInformation>> driver =
+        surroundings_.drivers.listing().find(file);
     if (driver && *driver) addOutcome(lastOutcomes(), **driver);
     return driver;
 }
@@ -268,7 +269,8 @@ ControlBackend::Outcomes ControlBackend::lastOutcomes() {
 
 void ControlBackend::addOutcome(const Outcomes& outcomes, control::DriverInformation& driver) {
     const auto found = outcomes.find(driver.file);
-    if (found == outcomes.end()) return;
+    // What a run found of a file that is gone by now tells nothing of the driver.
+    if (found == outcomes.end() || !driver.inPlace) return;
     driver.lastOutcome = found->second.first;
     driver.lastOutcomeAt = found->second.second;
 }
