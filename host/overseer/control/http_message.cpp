@@ -140,6 +140,7 @@ std::string toWire(const Response& response, bool close) {
     if (!response.allow.empty()) {
         text += fmt::format("Allow: {}\r\n", response.allow);
     }
+    text += response.status == 503 ? "Retry-After: 5\r\n" : "";
     text += close ? "Connection: close\r\n" : "";
     text += "Cache-Control: no-store\r\n\r\n";
     return text + response.body;
