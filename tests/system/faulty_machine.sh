@@ -75,6 +75,7 @@ project.xml|text|project.xml
 state/overseer.db|folder|overseer.db
 log/overseer.log|folder|overseer.log
 tmp|text|tmp
+state|text|is in the way
 TABLE
 anew
 rm -r "$controller/drivers/packaged/thermostat_comfort"
@@ -165,6 +166,7 @@ for folder in drivers/plain drivers/packaged tmp; do
     mount --bind "$controller/$folder" "$controller/$folder"
     mount -o remount,bind,ro "$controller/$folder"
     in_trouble 2
+    contains "$controller/$folder cannot be written" "$(cat "$controller/log/overseer.log")" "the log"
     umount "$controller/$folder"
     recovers
 done

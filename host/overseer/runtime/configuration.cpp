@@ -1,6 +1,5 @@
 #include "runtime/configuration.h"
 
-#include <nv/file.h>
 #include <nv/http.h>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +8,8 @@
 #include <cstring>
 #include <iostream>
 #include <sstream>
+
+#include "root/file_text.h"
 
 #ifndef OVERSEER_VERSION
 #error "the build names the version"
@@ -140,11 +141,15 @@ std::string printable(std::string text) {
     return text;
 }
 
-Result<> readFile(const std::string& file, Configuration& to) {
-    std::string text;
-    if (FileX::Load(file, text) < 0) {
-        return failure("{} cannot be read; make a root with: overseer --root DIR init", file);
+Result<> readFile(const boost::filesystem::path& root, Configuration& to) {
+    const std::string file = (root / "overseer.conf").string();
+    const Result<std::string> read = readText(file);
+    if (!read && !boost::filesystem::exists(root / "project.xml")) {
+        return failure("{} is no controller root; make one with: overseer --root DIR init",
+                       root.string());
     }
+    if (!read) return failure("{}; mend that before starting", read.error().message);
+    const std::string& text = *read;
     if (const int line = lineWithoutValue(text); line != 0) {
         return failure("{} line {}: a key without a value", file, line);
     }
@@ -157,8 +162,6 @@ Result<> readFile(const std::string& file, Configuration& to) {
     } catch (const CLI::ParseError& error) {
         return failure("{}{}: {}", file, placeOf(text, error.what()), printable(error.what()));
     }
-    // A folder opens like a file, and reads like an empty one.
-    if (in.bad()) return failure("{} cannot be read to its end; is it a file?", file);
     return {};
 }
 
@@ -214,9 +217,7 @@ Result<Invocation> readInvocation(int argc, const char* const* argv) {
     // The file gives the values, then the command line goes over them once more.
     Invocation invocation;
     invocation.configuration = defaults();
-    if (Result<> read =
-            readFile(first.configuration.root + "/overseer.conf", invocation.configuration);
-        !read) {
+    if (Result<> read = readFile(first.configuration.root, invocation.configuration); !read) {
         return tl::unexpected(read.error());
     }
     readCommandLine(argc, argv, invocation);

@@ -1,13 +1,26 @@
 #include "runtime/shortcomings.h"
 
+#include <unistd.h>
+
 #include <set>
 #include <string>
 
 #include "common/log.h"
+#include "common/system_failure.h"
 
 namespace overseer {
 
 namespace {
+
+void warnOfReadOnlyFolders(const ControllerRoot& root) {
+    for (const auto& folder : {root.temporary(), root.packagedDrivers(), root.plainDrivers()}) {
+        if (::access(folder.c_str(), W_OK) == 0) continue;
+        log::warn(
+            fmt::format("{} cannot be written ({}), so updates will fail: check its owner, "
+                        "mode and mount",
+                        folder.string(), lastErrorText()));
+    }
+}
 
 /// What the host has open beside a file for each driver that is being fetched: database, log,
 /// transfers, control connections.
@@ -42,6 +55,7 @@ void warnOfShortcomings(const Configuration& configuration, const ControllerRoot
                         "the PEM certificates of the catalogue's authorities there",
                         root.caBundle().string(), error.message()));
     }
+    warnOfReadOnlyFolders(root);
     warnOfFewDescriptors(project, descriptors);
 }
 

@@ -11,7 +11,8 @@
 namespace overseer {
 
 /// Says in WARN lines at a start what would else be noticed only when a run fails: no catalogue,
-/// no usable CA bundle, fewer descriptors than a run over the whole project may need.
+/// no usable CA bundle, folders that cannot be written, fewer descriptors than a run over the whole
+/// project may need.
 void warnOfShortcomings(const Configuration& configuration, const ControllerRoot& root,
                         const Project& project, nv::hosting::Transport& transport,
                         std::size_t descriptors);
