@@ -3,6 +3,8 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <exception>
 
+#include "common/log.h"
+
 namespace overseer {
 namespace {
 
@@ -16,7 +18,16 @@ std::string textOf(const nv::XmlNode& node) {
 Result<nv::XmlNode::Ptr> AgentSettings::restore(const std::string& agent) {
     const Result<std::string> xml = stored(agent);
     if (!xml) return tl::unexpected(xml.error());
-    return nv::CreateXmlDocument(*xml)->GetRoot();
+    nv::XmlNode::Ptr node = nv::CreateXmlDocument(*xml)->GetRoot();
+    if (xml->empty() || !node->IsEmpty()) return node;
+    // Defaults in the place of settings may switch on what somebody has switched off: never without
+    // a word.
+    const std::optional<std::string> copy = store_.copyOf(agent);
+    if (copy) node = nv::CreateXmlDocument(*copy)->GetRoot();
+    log::error(fmt::format("the stored settings of {} cannot be understood; {}", agent,
+                           copy ? "those of their copy are in force: look at them"
+                                : "it starts with its defaults: set them again"));
+    return node;
 }
 
 Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& operations) {

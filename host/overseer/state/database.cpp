@@ -53,8 +53,9 @@ Result<std::string> firstText(sqlite3* connection, std::string_view sql) {
 /// Tells a file that is no sound database from one that cannot be used for another reason.
 Result<Finding> judge(sqlite3* connection, const Error& cause) {
     const int code = sqlite3_errcode(connection);
-    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB)
-        return Finding{Condition::kDamaged, sqlite3_errstr(code)};
+    // What is asked here is always well put: an error without a name comes from the file.
+    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_ERROR)
+        return Finding{Condition::kDamaged, sqlite3_errmsg(connection)};
     if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
         return failure(
             "another program keeps {} locked (database is locked): close it, then start "

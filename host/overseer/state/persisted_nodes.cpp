@@ -13,6 +13,12 @@ Result<std::optional<std::string>> PersistedNodes::find(const std::string& agent
     return *row ? std::optional(statement->text(0)) : std::nullopt;
 }
 
+std::optional<std::string> PersistedNodes::copyOf(const std::string& agent) const {
+    const auto copies = agent_copies::readAll(database_.copiesFolder());
+    const auto found = copies.find(agent);
+    return found != copies.end() ? std::optional(found->second) : std::nullopt;
+}
+
 Result<bool> PersistedNodes::store(const std::string& agent, const std::string& xml) {
     const Result<std::optional<std::string>> stored = find(agent);
     if (!stored) return tl::unexpected(stored.error());

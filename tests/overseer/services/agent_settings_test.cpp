@@ -84,6 +84,13 @@ TEST_F(AgentSettingsTest, NameWhatWouldBeLostWhenTheyCannotBeStored) {
     EXPECT_EQ(settings_.unstored("agent", driver_), "excluded \"a,b\", more \"true\"");
 }
 
+TEST_F(AgentSettingsTest, ComeFromTheirCopyWhenWhatIsStoredIsTorn) {
+    ASSERT_TRUE(nodes_.store("agent", "<persist_data>kept</persist_data>"));
+    ASSERT_TRUE(
+        execute(database_->durable(), "UPDATE persisted_nodes SET node='<persist_data>ke'"));
+    EXPECT_EQ(valueOf(settings_.restore("agent"))->GetData(), "kept");
+}
+
 TEST_F(AgentSettingsTest, AreAnEmptyNodeForANewAgent) {
     const nv::XmlNode::Ptr restored = valueOf(settings_.restore("new"));
     ASSERT_TRUE(restored);
