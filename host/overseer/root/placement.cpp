@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "common/system_failure.h"
+#include "root/file_text.h"
 
 namespace overseer {
 namespace {
@@ -65,6 +66,10 @@ Result<> copyInPlace(const path& source, const path& target) {
     boost::system::error_code error;
     nv::hosting::placeCopy(source, target, error);
     if (!error) return {};
+    struct stat status {};
+    if (::lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return readFailure(source, error);
+    }
     return systemFailure(source.string() + " could not be copied to " + target.string(), error);
 }
 

@@ -177,7 +177,7 @@ control::CatalogueContact ControlBackend::catalogueContact(const std::string& ag
 
 std::vector<control::VariableInformation> ControlBackend::variables() {
     std::vector<control::VariableInformation> list;
-    for (const DeviceVariable& variable : surroundings_.variables.list(false)) {
+    for (const DeviceVariable& variable : surroundings_.variables.list()) {
         const VariableDeclaration& declared = variable.declaration;
         list.push_back({ownerOf(variable.deviceId), declared.id, declared.name,
                         typeName(declared.type), declared.value, declared.readOnly, declared.hidden,
@@ -216,13 +216,12 @@ void ControlBackend::observeNotifications(control::NotificationObserver* observe
 
 std::vector<control::ScheduledEvent> ControlBackend::schedule() {
     std::vector<control::ScheduledEvent> list;
-    for (const ScheduleListing& entry : surroundings_.scheduler.list(false)) {
+    for (const ScheduleListing& entry : surroundings_.scheduler.list()) {
         control::ScheduledEvent event;
         event.id = entry.id;
         event.name = entry.name;
         event.owner = ownerOf(entry.deviceId);
         event.enabled = entry.enabled;
-        event.hidden = entry.hidden;
         event.intervalDays = entry.intervalDays;
         event.next = toInstant(entry.next);
         event.lastFired = toInstant(entry.lastDelivery);

@@ -29,15 +29,11 @@ Result<bool> PersistedNodes::store(const std::string& agent, const std::string& 
         return false;
     }
     copied_.erase(agent);
-    auto statement =
-        Statement::prepare(database_.durable(),
-                           xml.empty() ? "DELETE FROM persisted_nodes WHERE agent=?1"
-                                       : "INSERT INTO persisted_nodes(agent, node) VALUES(?1, ?2) "
-                                         "ON CONFLICT(agent) DO UPDATE SET node=excluded.node");
+    auto statement = Statement::prepare(database_.durable(),
+                                        "INSERT INTO persisted_nodes(agent, node) VALUES(?, ?) "
+                                        "ON CONFLICT(agent) DO UPDATE SET node=excluded.node");
     if (!statement) return tl::unexpected(statement.error());
-    statement->add(agent);
-    if (!xml.empty()) statement->add(xml);
-    if (auto written = statement->run(); !written)
+    if (auto written = statement->add(agent).add(xml).run(); !written)
         return inContext("cannot store the settings of " + agent, written.error());
     const Result<> copied = keepCopy(agent, xml);
     if (!copied) return tl::unexpected(copied.error());
@@ -46,8 +42,7 @@ Result<bool> PersistedNodes::store(const std::string& agent, const std::string& 
 
 Result<> PersistedNodes::keepCopy(const std::string& agent, const std::string& xml) {
     if (copied_.count(agent) != 0) return {};
-    Result<> copied = xml.empty() ? agent_copies::remove(database_.copiesFolder(), agent)
-                                  : agent_copies::write(database_.copiesFolder(), agent, xml);
+    Result<> copied = agent_copies::write(database_.copiesFolder(), agent, xml);
     if (copied) copied_.insert(agent);
     return copied;
 }

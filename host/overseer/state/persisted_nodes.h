@@ -19,8 +19,7 @@ class PersistedNodes {
     Result<std::optional<std::string>> find(const std::string& agent);
     /// The copy of what was stored, for a text that turns out to be none. Nothing without one.
     std::optional<std::string> copyOf(const std::string& agent) const;
-    /// Stores the text when it differs from what is stored; it survives a power cut then. Empty
-    /// text removes what is stored.
+    /// Stores the text when it differs from what is stored; it survives a power cut then.
     /// @return whether something was written. An error when the copy could not be written although
     ///         the database was.
     Result<bool> store(const std::string& agent, const std::string& xml);

@@ -125,6 +125,7 @@ INSTANTIATE_TEST_SUITE_P(
                },
                0},
         Damage{"FirstPageOverwritten", [](const StateFolder& at) { overwrite(at, 0, kPage); }, 0},
+        Damage{"AnotherFormat", [](const StateFolder& at) { overwrite(at, 44, 4); }, 0},
         Damage{"HistoryPageOverwritten", overwriteHistoryPage, 200},
         Damage{"TableMissing", [](const StateFolder& at) { runSql(at, "DROP TABLE runs"); },
                kHistoryRecords},
@@ -170,12 +171,6 @@ TEST(LostDatabase, PassesOverCopiesThatAreNotWellFormed) {
 
     EXPECT_TRUE(valueOf(PersistedNodes(*database).find("norvane/agent one")));
     EXPECT_FALSE(valueOf(PersistedNodes(*database).find("torn")));
-}
-
-TEST(FreshDatabase, TellsOfNoRepair) {
-    const StateFolder folder;
-    EXPECT_FALSE(folder.open()->repair());
-    EXPECT_FALSE(folder.open()->repair());
 }
 
 TEST(Database, KeepsBothGuaranteesApart) {
