@@ -91,12 +91,6 @@ TEST_F(AgentSettingsTest, ComeFromTheirCopyWhenWhatIsStoredIsTorn) {
     EXPECT_EQ(valueOf(settings_.restore("agent"))->GetData(), "kept");
 }
 
-TEST_F(AgentSettingsTest, AreAnEmptyNodeForANewAgent) {
-    const nv::XmlNode::Ptr restored = valueOf(settings_.restore("new"));
-    ASSERT_TRUE(restored);
-    EXPECT_TRUE(restored->IsEmpty());
-}
-
 TEST(History, StampsStoresAndTells) {
     const StateFolder folder;
     const auto database = folder.open();

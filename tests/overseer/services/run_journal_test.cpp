@@ -97,7 +97,7 @@ TEST_F(RunJournalTest, FailsWhatNobodyMentionedWhenAQueryFailed) {
     journal_.errorLogged(
         "agent_driverupdate: Updating drivers failed: Error from SOLR: Connection refused");
     failQuery("SOLR Error");
-    failQuery("HTTP Request Failed: no CA file");
+    journal_.runFailed(kAgent, "HTTP Request Failed: no CA file");
     ASSERT_TRUE(journal_.networkIdle());
     EXPECT_THAT(lines(), ElementsAre("a.nvz 0>0 current",
                                      "b.nvz 0>0 failed [SOLR Error (Connection refused)]",
@@ -116,13 +116,6 @@ TEST_F(RunJournalTest, NotesThatTheCatalogueCouldNotBeReached) {
     ASSERT_TRUE(journal_.networkIdle());
     EXPECT_EQ(contact().lastReached, 1'060'000);
     EXPECT_EQ(contact().lastFailureReason, "SOLR Error");
-}
-
-TEST_F(RunJournalTest, CountsARunThatCouldNotBeMadeAsAFailedQuery) {
-    start({"a.nvz"});
-    journal_.runFailed(kAgent, "the agent threw");
-    ASSERT_TRUE(journal_.networkIdle());
-    EXPECT_THAT(lines(), ElementsAre("a.nvz 0>0 failed [the agent threw]"));
 }
 
 TEST_F(RunJournalTest, ShowsARunUnderWayAndJoinsASecondOneToIt) {

@@ -116,8 +116,6 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Damage{"CutToNothing",
                [](const StateFolder& at) { boost::filesystem::resize_file(at.database(), 0); }, 0},
-        Damage{"CutToOneByte",
-               [](const StateFolder& at) { boost::filesystem::resize_file(at.database(), 1); }, 0},
         Damage{"CutToHalf",
                [](const StateFolder& at) {
                    const auto size = boost::filesystem::file_size(at.database());

@@ -3,7 +3,6 @@
 
 #include "state/history_store.h"
 #include "state/persisted_nodes.h"
-#include "state/run_store.h"
 #include "state/schedule_store.h"
 #include "state/sqlite_driver_ledger.h"
 #include "state_folder.h"
@@ -143,22 +142,6 @@ TEST(HistoryStore, KeepsTheLastRecordsOfEachAgent) {
     EXPECT_LE(kept.size(), 203u);
     EXPECT_EQ(kept.front(), "kept");
     EXPECT_THAT(textsOf(valueOf(store.last(2))), ElementsAre("999", "1000"));
-}
-
-TEST(RunStore, KeepsRecordsAndCounters) {
-    const StateFolder folder;
-    {
-        const auto database = folder.open();
-        RunStore store(*database);
-        EXPECT_EQ(valueOf(store.counter("n")), 0);
-        ASSERT_TRUE(store.setCounter("n", 5));
-        ASSERT_TRUE(store.setCounter("n", 9));
-        ASSERT_TRUE(store.store("agent", "{}"));
-    }
-    const auto database = folder.open();
-    EXPECT_EQ(valueOf(RunStore(*database).counter("n")), 9);
-    EXPECT_EQ(valueOf(RunStore(*database).find("agent")), "{}");
-    EXPECT_EQ(valueOf(RunStore(*database).find("other")), std::nullopt);
 }
 
 }  // namespace
