@@ -35,7 +35,7 @@ tl::unexpected<Error> openFailure(const fs::path& file, const boost::system::err
         error.category() == boost::system::generic_category()) {
         return readFailure(file, error);
     }
-    return failure("{} is not a readable package: {}", file.string(), error.message());
+    return failure("{}: not a readable package: {}", file.string(), error.message());
 }
 
 /// What the library says; a read that the system refused is the machine's fault.

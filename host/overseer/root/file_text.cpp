@@ -19,12 +19,11 @@ tl::unexpected<Error> readFailure(const boost::filesystem::path& file,
                                   const boost::system::error_code& error) {
     if (error == errc::is_a_directory || error == errc::invalid_argument ||
         error == errc::too_many_symbolic_link_levels) {
-        return failure("{} is no regular file", file.string());
+        return failure("{}: not a regular file", file.string());
     }
-    if (error == errc::file_too_large) return failure("{} is larger than 16 MB", file.string());
-    if (error == errc::no_such_file_or_directory) {
-        return failure("{} is missing", file.string());
-    }
+    if (error == errc::file_too_large) return failure("{}: it is larger than 16 MB", file.string());
+    if (error == errc::no_such_file_or_directory)
+        return failure("{}: it is missing", file.string());
     return systemFailure(file.string(), error);
 }
 

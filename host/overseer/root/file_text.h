@@ -11,7 +11,7 @@ namespace overseer {
 /// The content of a regular file of at most 16 MB, never through a link.
 Result<std::string> readText(const boost::filesystem::path& file);
 
-/// Why a file could not be opened or read, in words that name it.
+/// Why a file could not be opened or read: "FILE: reason".
 tl::unexpected<Error> readFailure(const boost::filesystem::path& file,
                                   const boost::system::error_code& error);
 
