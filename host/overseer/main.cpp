@@ -21,8 +21,6 @@ namespace {
 
 using namespace overseer;
 
-constexpr std::size_t kFewDescriptors = 8192;
-
 int fail(const Error& error) {
     std::fprintf(stderr, "overseer: %s\n", error.message.c_str());
     return 1;
@@ -36,14 +34,6 @@ int initialize(const Invocation& invocation) {
     std::printf("%s is a controller root now; its settings are in %s\n",
                 root->path().string().c_str(), root->configurationFile().string().c_str());
     return 0;
-}
-
-void warnOfFewDescriptors(std::size_t limit) {
-    if (limit >= kFewDescriptors) return;
-    log::warn(
-        fmt::format("only {} files may be open at once; a run over many drivers may need {}: "
-                    "raise the hard limit (ulimit -Hn)",
-                    limit, kFewDescriptors));
 }
 
 /// Passes a wish to stop on to the host, also one that comes while the host is still starting.
@@ -75,12 +65,10 @@ class StopRequest {
 
 /// Runs the host until it stops or is to restart.
 Result<Host::End> run(const Invocation& invocation, const ControllerRoot& root) {
-    const std::size_t descriptors = process::raiseDescriptorLimit();
     setenv("TMPDIR", root.temporary().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no threads yet
     const nv::hosting::EnvironmentScope environment(
         hostEnvironment(invocation.configuration, root));
     nv::Logger::initialize();
-    warnOfFewDescriptors(descriptors);
     if (Result<> cleaned = removeLeftovers(root); !cleaned) {
         return tl::unexpected(cleaned.error());
     }

@@ -75,6 +75,7 @@ project.xml|text|project.xml
 state/overseer.db|folder|overseer.db
 log/overseer.log|folder|overseer.log
 tmp|text|tmp
+state|text|is in the way
 TABLE
 anew
 rm -r "$controller/drivers/packaged/thermostat_comfort"
@@ -96,6 +97,7 @@ for kind in folder text; do
     rm "$controller/certs/ca-bundle.crt"
     if [ $kind = folder ]; then mkdir "$controller/certs/ca-bundle.crt"; else echo none >"$controller/certs/ca-bundle.crt"; fi
     in_trouble 2
+    contains "the CA bundle $controller/certs/ca-bundle.crt cannot be used" "$(cat "$controller/log/overseer.log")" "the log"
     rm -r "$controller/certs/ca-bundle.crt"
     cp "$world/certs/ca.pem" "$controller/certs/ca-bundle.crt"
     recovers
@@ -112,6 +114,29 @@ expect 0 "$(code_of ctl update)" "the update with few descriptors"
 contains "only 64 files may be open" "$(cat "$controller/log/overseer.log")" "the log"
 stop "$host"
 expect "$wanted" "$(versions)" "the files' versions"
+
+chapter "descriptors run out as the drivers are looked at: what is on record stays"
+anew
+before=$(md5sum "$controller"/drivers/packaged/*/*.md5)
+(ulimit -n 16; exec "$bin/overseer" --root "$controller" >"$world/host.out" 2>&1) || true
+contains "could not be looked at" "$(cat "$controller/log/overseer.log")" "the log"
+contains "no catalogue is configured" "$(cat "$controller/log/overseer.log")" "the log"
+expect "$before" "$(md5sum "$controller"/drivers/packaged/*/*.md5)" "the checksum files"
+recovers
+
+chapter "tmp is removed under a running host"
+anew
+mkdir "$world/started_from"
+cd "$world/started_from"
+start_host --catalogue "$catalogue"
+cd - >/dev/null
+rm -r "$controller/tmp"
+expect "$controller/tmp (deleted)" "$(readlink "/proc/$host/cwd")" "where the host works"
+expect 0 "$(code_of ctl update)" "the update after tmp was removed"
+contains "tmp was removed while the host runs" "$(cat "$controller/log/overseer.log")" "the log"
+expect "" "$(ls -A "$world/started_from")" "what was written where the host was started"
+stop "$host"
+recovers
 
 chapter "a root whose path is long"
 usual=$controller
@@ -141,6 +166,7 @@ for folder in drivers/plain drivers/packaged tmp; do
     mount --bind "$controller/$folder" "$controller/$folder"
     mount -o remount,bind,ro "$controller/$folder"
     in_trouble 2
+    contains "$controller/$folder cannot be written" "$(cat "$controller/log/overseer.log")" "the log"
     umount "$controller/$folder"
     recovers
 done

@@ -79,6 +79,7 @@ become bad_files
 mark_log
 expect 2 "$(code_of ctl update --json)" "the update"
 jq -r '.files[] | [.file, .outcome] | @tsv' "$world/said" | sort >"$world/outcomes"
+contains "md5 mismatch: Operation too slow" "$(jq -r '.files[] | select(.file == "stalls.nvi").reason' "$world/said")" "the reason of a stall"
 log_since >"$world/lines"
 questions
 while IFS='|' read -r file outcome said; do

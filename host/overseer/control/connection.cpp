@@ -66,6 +66,7 @@ class HttpConnection : public Connection, public std::enable_shared_from_this<Ht
 
     void readHead();
     void headRead(const ErrorCode& error);
+    bool takesBody();
     void readBody();
     void readTooSlow();
     void rejected(const ErrorCode& error);
@@ -91,6 +92,7 @@ class HttpConnection : public Connection, public std::enable_shared_from_this<Ht
     std::optional<Response> refused_;
     boost::beast::flat_buffer buffer_;
     std::optional<http::request_parser<http::string_body>> parser_;
+    BodyBudget::Share body_;  ///< of the request that is read or answered
     State state_ = State::kReading;
     bool stopped_ = false;
     bool last_ = false;           ///< close once what is being written is out
@@ -135,6 +137,7 @@ void HttpConnection::readHead() {
     state_ = State::kReading;
     output_.clear();
     output_.shrink_to_fit();
+    body_ = {};
     parser_.emplace();
     parser_->header_limit(limits().header);
     parser_->body_limit(limits().body);
@@ -158,11 +161,28 @@ void HttpConnection::headRead(const ErrorCode& error) {
         reply(*refused_);
         return;
     }
+    if (!takesBody()) {
+        last_ = true;
+        reply(refusal(503, "too_many_bodies",
+                      fmt::format("requests of {} bytes are being sent at once already; send this "
+                                  "one again in a few seconds",
+                                  limits().bodies)));
+        return;
+    }
     if (boost::beast::iequals(parser_->get()[http::field::expect], "100-continue")) {
         write("HTTP/1.1 100 Continue\r\n\r\n", &HttpConnection::readBody);
     } else {
         readBody();
     }
+}
+
+bool HttpConnection::takesBody() {
+    // What comes in chunks may come to the most that is taken.
+    const std::uint64_t size =
+        parser_->chunked() ? limits().body : parser_->content_length().value_or(0);
+    if (size <= limits().smallBody) return true;
+    body_ = surroundings_.bodies.take(size);
+    return static_cast<bool>(body_);
 }
 
 void HttpConnection::readBody() {
@@ -233,6 +253,7 @@ void HttpConnection::takeAnswer(std::uint64_t exchange, Answer& answer) {
     if (exchange != exchange_ || state_ != State::kAsking) {
         return;
     }
+    body_ = {};
     if (const auto* response = std::get_if<Response>(&answer)) {
         reply(*response);
     } else if (auto* wait = std::get_if<Wait>(&answer)) {

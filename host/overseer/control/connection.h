@@ -6,6 +6,7 @@
 
 #include <nv/asio_forward.h>
 
+#include "control/body_budget.h"
 #include "control/http_message.h"
 #include "control/limits.h"
 #include "control/passage.h"
@@ -20,6 +21,7 @@ class Connection {
     struct Surroundings {
         boost::asio::io_context& context;
         const Limits& limits;
+        BodyBudget& bodies;
         std::shared_ptr<Passage> passage;
         std::function<void(Connection&)> closed;  ///< called once; it may drop the connection
     };

@@ -13,26 +13,6 @@ bool isUnreserved(char character) {
            character == '_' || character == '~';
 }
 
-std::optional<std::string> percentDecoded(std::string_view text) {
-    std::string decoded;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        unsigned char character = static_cast<unsigned char>(text[at]);
-        if (character == '%') {
-            const char* first = text.data() + at + 1;
-            if (text.size() - at < 3 ||
-                std::from_chars(first, first + 2, character, 16).ptr != first + 2) {
-                return std::nullopt;
-            }
-            at += 2;
-        }
-        if (character < 0x20 || character == 0x7f) {
-            return std::nullopt;
-        }
-        decoded.push_back(static_cast<char>(character));
-    }
-    return decoded;
-}
-
 std::string_view reasonPhrase(unsigned int status) {
     switch (status) {
         case 200:
@@ -108,6 +88,26 @@ bool readTarget(std::string_view target, Request& request) {
     return readQuery(query, request);
 }
 
+std::optional<std::string> percentDecoded(std::string_view text) {
+    std::string decoded;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        unsigned char character = static_cast<unsigned char>(text[at]);
+        if (character == '%') {
+            const char* first = text.data() + at + 1;
+            if (text.size() - at < 3 ||
+                std::from_chars(first, first + 2, character, 16).ptr != first + 2) {
+                return std::nullopt;
+            }
+            at += 2;
+        }
+        if (character < 0x20 || character == 0x7f) {
+            return std::nullopt;
+        }
+        decoded.push_back(static_cast<char>(character));
+    }
+    return decoded;
+}
+
 std::string percentEncoded(std::string_view text) {
     std::string encoded;
     for (const char character : text) {
@@ -140,6 +140,7 @@ std::string toWire(const Response& response, bool close) {
     if (!response.allow.empty()) {
         text += fmt::format("Allow: {}\r\n", response.allow);
     }
+    text += response.status == 503 ? "Retry-After: 5\r\n" : "";
     text += close ? "Connection: close\r\n" : "";
     text += "Cache-Control: no-store\r\n\r\n";
     return text + response.body;

@@ -33,6 +33,8 @@ bool readTarget(std::string_view target, Request& request);
 /// Percent-encodes everything but RFC 3986 unreserved characters: one segment of a path, or one
 /// value of a query.
 std::string percentEncoded(std::string_view text);
+/// The way back; nothing for a broken escape or a control character.
+std::optional<std::string> percentDecoded(std::string_view text);
 
 /// A refusal as every resource gives it: `{"error":{"code":CODE,"message":MESSAGE}}`.
 /// @param code  a word for programs; stays the same when the message is reworded

@@ -121,6 +121,7 @@ class Server::Listener {
 
     const std::string path_;
     const Limits limits_;
+    BodyBudget bodies_{limits_.bodies};
     asio::io_context context_{1};
     Protocol::acceptor acceptor_;
     asio::steady_timer timer_;
@@ -194,7 +195,8 @@ void Server::Listener::accepted(int socket) {
     auto refused = reasonToRefuse(socket);
     const bool served = !refused;
     auto connection = makeConnection(
-        socket, {context_, limits_, passage_, [this](Connection& ended) { removed(ended); }},
+        socket,
+        {context_, limits_, bodies_, passage_, [this](Connection& ended) { removed(ended); }},
         std::move(refused));
     peers_[connection.get()] = {connection, served};
     connection->start();

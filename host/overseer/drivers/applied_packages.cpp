@@ -7,7 +7,8 @@
 #include <sys/stat.h>
 #include <cerrno>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
+#include "root/file_text.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -23,7 +24,7 @@ Result<Relation> relationOf(const path& kept, const path& file) {
     if (::lstat(kept.c_str(), &one) != 0) {
         if (errno == ENOENT) return Relation::kAbsent;
         // Not to be taken for absent: what it holds would be given up.
-        return failure("{}: {}", kept.string(), lastErrorText());
+        return systemFailure(kept.string(), errno);
     }
     const bool same = ::lstat(file.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
                       one.st_ino == other.st_ino;
@@ -41,7 +42,7 @@ Result<std::string> md5Of(const path& file) {
     boost::system::error_code error;
     std::string text = nv::crypto::computeFileHash(file.string(), "md5", error,
                                                    nv::crypto::CryptoEncoding::kHexLower);
-    if (error) return failure("{} cannot be read: {}", file.string(), error.message());
+    if (error) return readFailure(file, error);
     return text;
 }
 

@@ -2,17 +2,16 @@
 
 #include "drivers/apply.h"
 
-#include <nv/file.h>
 #include <nvhost/children.h>
 #include <nvhost/replacement.h>
 
 #include <log4cplus/loggingmacros.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/system_failure.h"
 #include "drivers/file_names.h"
 #include "drivers/unpacked_copy.h"
-#include "root/descriptor.h"
+#include "root/file_text.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -28,9 +27,9 @@ bool isSame(const DriverRecord& one, const DriverRecord& other) {
 
 /// Version of the copy's manifest, nothing when it has none that can be read.
 std::optional<int> versionOfCopy(const path& folder) {
-    std::string text;
-    if (FileX::Load((folder / Package::kManifest).string(), text) < 0) return std::nullopt;
-    const Result<Manifest> manifest = parseManifest(text, folder.string());
+    const Result<std::string> text = readText(folder / Package::kManifest);
+    if (!text) return std::nullopt;
+    const Result<Manifest> manifest = parseManifest(*text, folder.string());
     if (!manifest) return std::nullopt;
     return manifest->version;
 }
@@ -49,23 +48,6 @@ AppliedDriver describeDriver(const std::string& fileName, const Manifest& manife
     return driver;
 }
 
-/// What tells without reading it that a file is the one that was looked at before.
-struct DriverApplication::Stamp {
-    std::uint64_t size = 0;
-    std::int64_t nanoseconds = 0;
-
-    static Result<Stamp> of(const path& file) {
-        struct stat status {};
-        if (::lstat(file.c_str(), &status) != 0) {
-            return failure("{}: {}", file.string(), lastErrorText());
-        }
-        if (!S_ISREG(status.st_mode)) return failure("{} is no regular file", file.string());
-        constexpr std::int64_t kPerSecond = 1'000'000'000;
-        return Stamp{static_cast<std::uint64_t>(status.st_size),
-                     status.st_mtim.tv_sec * kPerSecond + status.st_mtim.tv_nsec};
-    }
-};
-
 DriverApplication::DriverApplication(const ControllerRoot& root, DriverLedger& ledger)
     : root_(root), ledger_(ledger), kept_(root) {}
 
@@ -82,9 +64,12 @@ Result<AppliedDriver> DriverApplication::apply(const std::string& fileName, Occa
         found ? attempt(fileName, occasion, record)
               : Result<AppliedDriver>(tl::unexpected<Error>(found.error()));
     if (applied) return applied;
-    withdrawChecksum(fileName);
+    // Where nobody has touched the file and the machine keeps it from being looked at, it still is
+    // what it was.
+    const bool ofMachine = applied.error().ofMachine;
+    if (!ofMachine || occasion != Occasion::kStart) withdrawChecksum(fileName);
     // An install puts the file back that was in place before, by itself.
-    if (record.appliedMd5.empty() || occasion == Occasion::kInstall) {
+    if (ofMachine || record.appliedMd5.empty() || occasion == Occasion::kInstall) {
         return inContext(fileName, applied.error());
     }
     return failure("{}: {}; `overseerctl restore {}` puts back a file that was good", fileName,
@@ -104,7 +89,7 @@ Result<AppliedDriver> DriverApplication::attempt(const std::string& fileName, Oc
 Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileName,
                                                       Occasion occasion, DriverRecord& record) {
     const path file = driverFile(root_, fileName);
-    const Result<Stamp> stamp = Stamp::of(file);
+    const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
     const Result<Package> package = Package::open(file);
     if (!package) return tl::unexpected<Error>(package.error());
@@ -121,19 +106,25 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
     if (done) done = conclude(file, *stamp, *md5, manifest->version, record);
     if (!done) return tl::unexpected<Error>(done.error());
 
-    return describeDriver(fileName, *manifest, &*package);
+    AppliedDriver applied = describeDriver(fileName, *manifest, &*package);
+    if (!manifest->library.empty() && applied.library.empty()) {
+        LOG4CPLUS_WARN(log4cplus::Logger::getRoot(),
+                       "drivers: the manifest of "
+                           << fileName << " names the library " << manifest->library
+                           << ", which is not in the package: no agent is loaded out of it; tell "
+                              "its author");
+    }
+    return applied;
 }
 
 Result<AppliedDriver> DriverApplication::applyBareDriver(const std::string& fileName,
                                                          Occasion occasion, DriverRecord& record) {
     const path file = driverFile(root_, fileName);
-    const Result<Stamp> stamp = Stamp::of(file);
+    const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
-    std::string text;
-    if (FileX::Load(file.string(), text) < 0) {
-        return failure("{} is not a readable file of at most 16 MB", file.string());
-    }
-    const Result<Manifest> manifest = parseManifest(text, file.string());
+    const Result<std::string> text = readText(file);
+    if (!text) return tl::unexpected<Error>(text.error());
+    const Result<Manifest> manifest = parseManifest(*text, file.string());
     if (!manifest) return tl::unexpected<Error>(manifest.error());
     const Result<std::string> md5 = checksum(file, *stamp, record, occasion);
     if (!md5) return tl::unexpected<Error>(md5.error());
@@ -149,9 +140,12 @@ Result<> DriverApplication::makeWhole(const Package& package, const std::string&
     const path folder = unpackedFolder(root_, fileName);
     // What was unpacked just now may lie on top of what could not be removed before.
     const Scrutiny scrutiny = occasion == Occasion::kStart ? Scrutiny::kSizes : Scrutiny::kContent;
-    const auto difference = differenceFrom(
-        package, manifestText, folder, checksumFile(root_, fileName).filename().string(), scrutiny);
+    const auto found = differenceFrom(package, manifestText, folder,
+                                      checksumFile(root_, fileName).filename().string(), scrutiny);
+    if (!found) return tl::unexpected<Error>(found.error());
+    const std::optional<std::string>& difference = *found;
     if (!difference) return {};
+    withdrawChecksum(fileName);
     if (occasion == Occasion::kStart) {
         const std::optional<int> version = versionOfCopy(folder);
         if (version && *version > manifest.version) {
@@ -171,29 +165,25 @@ Result<> DriverApplication::makeWhole(const Package& package, const std::string&
     return {};
 }
 
-Result<std::string> DriverApplication::checksum(const path& file, const Stamp& stamp,
+Result<std::string> DriverApplication::checksum(const path& file, const FileStamp& stamp,
                                                 const DriverRecord& record,
                                                 Occasion occasion) const {
     // Only a start, with thousands of files to look at, takes the word of size and time.
-    const bool known = occasion == Occasion::kStart && record.checkedNanoseconds != 0 &&
-                       record.checkedSize == stamp.size &&
-                       record.checkedNanoseconds == stamp.nanoseconds;
-    if (known) return record.appliedMd5;
+    if (occasion == Occasion::kStart && stamp.isOf(record)) return record.appliedMd5;
     return md5Of(file);
 }
 
 Result<> DriverApplication::writeChecksum(const std::string& fileName, const std::string& md5) {
     const path file = checksumFile(root_, fileName);
-    std::string present;
-    if (FileX::Load(file.string(), present) >= 0 && present == md5) return {};
+    if (const Result<std::string> present = readText(file); present && *present == md5) return {};
     unflushed_ = true;
     // Not flushed: a torn one matches no package, and is written again at the next start. Prepared
     // beside the copy, so that a start finds what a crash left without a look into every copy.
     return writeInPlace(file, md5, Flush::kNever, root_.packagedDrivers());
 }
 
-Result<> DriverApplication::conclude(const path& file, const Stamp& stamp, const std::string& md5,
-                                     int version, DriverRecord& record) {
+Result<> DriverApplication::conclude(const path& file, const FileStamp& stamp,
+                                     const std::string& md5, int version, DriverRecord& record) {
     DriverRecord after = record;
     after.version = version;
     const Result<> kept = kept_.keep(file, md5, after);

@@ -6,6 +6,7 @@
 
 #include "common/result.h"
 #include "drivers/applied_packages.h"
+#include "drivers/file_stamp.h"
 #include "drivers/manifest.h"
 #include "drivers/package.h"
 #include "root/controller_root.h"
@@ -55,8 +56,6 @@ class DriverApplication {
     Result<> flushFolders();
 
   private:
-    struct Stamp;
-
     Result<AppliedDriver> attempt(const std::string& fileName, Occasion occasion,
                                   DriverRecord& record);
     Result<AppliedDriver> applyPackage(const std::string& fileName, Occasion occasion,
@@ -65,10 +64,10 @@ class DriverApplication {
                                           DriverRecord& record);
     Result<> makeWhole(const Package& package, const std::string& manifestText,
                        const Manifest& manifest, const std::string& fileName, Occasion occasion);
-    Result<std::string> checksum(const boost::filesystem::path& file, const Stamp& stamp,
+    Result<std::string> checksum(const boost::filesystem::path& file, const FileStamp& stamp,
                                  const DriverRecord& record, Occasion occasion) const;
     Result<> writeChecksum(const std::string& fileName, const std::string& md5);
-    Result<> conclude(const boost::filesystem::path& file, const Stamp& stamp,
+    Result<> conclude(const boost::filesystem::path& file, const FileStamp& stamp,
                       const std::string& md5, int version, DriverRecord& record);
     void withdrawChecksum(const std::string& fileName) const;
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "drivers/file_names.h"
+#include "drivers/packaged_agents.h"
 #include "drivers/staged_driver.h"
 #include "root/placement.h"
 
@@ -44,7 +45,7 @@ Result<AppliedDriver> installOne(const fs::path& file, const ControllerRoot& roo
     if (!done) return inContext(file.string(), done.error());
     Result<AppliedDriver> applied = applyOrPutBack(name, target, before.path(), application);
     if (!applied) return applied;
-    const Result<bool> placed = giveItsPlace(project, name, *applied);
+    const Result<bool> placed = giveItsPlace(project, root, name, *applied);
     if (!placed) return inContext(file.string(), placed.error());
     return applied;
 }

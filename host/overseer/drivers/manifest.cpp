@@ -1,12 +1,11 @@
 #include "drivers/manifest.h"
 
-#include <nv/file.h>
-
 #include <limits>
 #include <pugixml.hpp>
 
 #include "drivers/file_names.h"
 #include "drivers/package.h"
+#include "root/file_text.h"
 
 namespace overseer {
 
@@ -44,9 +43,7 @@ Result<std::string> readManifestText(const boost::filesystem::path& file, const 
         if (!package) return tl::unexpected<Error>(package.error());
         return package->manifestText();
     }
-    std::string text;
-    if (FileX::Load(file.string(), text) >= 0) return text;
-    return failure("{}: not a readable file of at most 16 MB", file.string());
+    return readText(file);
 }
 
 }  // namespace overseer

@@ -2,6 +2,8 @@
 
 #include "drivers/package.h"
 
+#include <nvhost/regular_file.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +13,8 @@
 #include <cerrno>
 #include <functional>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
+#include "root/file_text.h"
 
 namespace overseer {
 namespace fs = boost::filesystem;
@@ -22,27 +25,60 @@ constexpr zip_int64_t kMostMembers = 65'536;
 constexpr std::uint64_t kLargestContent = 1u << 30;
 constexpr std::uint64_t kLargestManifest = 16u << 20;
 constexpr std::uint64_t kLongestLink = 4096;
+constexpr const char* kItself = ".";  // how some programs list the folder that they pack
 
 using Stream = std::unique_ptr<zip_file_t, decltype(&zip_fclose)>;
 using Sink = std::function<bool(const char* data, std::size_t size)>;
+
+tl::unexpected<Error> openFailure(const fs::path& file, const boost::system::error_code& error) {
+    if (error.category() == boost::system::system_category() ||
+        error.category() == boost::system::generic_category()) {
+        return readFailure(file, error);
+    }
+    return failure("{}: not a readable package: {}", file.string(), error.message());
+}
+
+/// What the library says; a read that the system refused is the machine's fault.
+tl::unexpected<Error> zipFailure(const std::string& what, zip_error_t* error) {
+    const bool ofMachine =
+        zip_error_code_zip(error) == ZIP_ER_MEMORY ||
+        (zip_error_system_type(error) == ZIP_ET_SYS && isOfMachine(zip_error_code_system(error)));
+    return tl::unexpected<Error>(Error{what + ": " + zip_error_strerror(error), ofMachine});
+}
+
+std::string nameOf(const PackageMember& member) {
+    return "the member \"" + member.name + "\"";
+}
+
+/// As unzip reads it: a part "." says nothing. What is nothing else is the folder itself.
+std::string withoutDots(const std::string& name) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin <= name.size();) {
+        const std::size_t slash = std::min(name.find('/', begin), name.size());
+        parts.push_back(name.substr(begin, slash - begin));
+        begin = slash + 1;
+    }
+    std::erase(parts, kItself);
+    return parts.empty() ? kItself : fmt::format("{}", fmt::join(parts, "/"));
+}
 
 /// Hands a member's content to `sink`, exactly as much as the directory says; the library compares
 /// the checksum where the content ends.
 Result<> readContent(zip_t* archive, const PackageMember& member, const Sink& sink) {
     const Stream stream(zip_fopen_index(archive, member.index, 0), zip_fclose);
-    if (!stream) return failure("the member \"{}\": {}", member.name, zip_strerror(archive));
+    if (!stream) return zipFailure(nameOf(member), zip_get_error(archive));
     std::vector<char> piece(64u << 10);
     std::uint64_t total = 0;
     for (;;) {
         const zip_int64_t count = zip_fread(stream.get(), piece.data(), piece.size());
         if (count < 0) {
-            return failure("the member \"{}\": {}", member.name, zip_file_strerror(stream.get()));
+            return zipFailure(nameOf(member), zip_file_get_error(stream.get()));
         }
         if (count == 0) break;
         total += static_cast<std::uint64_t>(count);
         if (total > member.size) break;
         if (!sink(piece.data(), static_cast<std::size_t>(count))) {
-            return failure("the member \"{}\" cannot be written: {}", member.name, lastErrorText());
+            return systemFailure(nameOf(member) + " cannot be written", errno);
         }
     }
     if (total == member.size) return {};
@@ -84,41 +120,19 @@ Result<PackageMember::Kind> kindOf(const std::string& name, mode_t mode, bool sl
 
 }  // namespace
 
-void Package::Discard::operator()(zip* archive) const {
-    zip_discard(archive);
-}
-
-Package::Package(fs::path file, Archive archive, std::vector<PackageMember> members)
+Package::Package(fs::path file, nv::hosting::Archive archive, std::vector<PackageMember> members)
     : file_(std::move(file)), archive_(std::move(archive)), members_(std::move(members)) {}
 
 Result<Package> Package::open(const fs::path& file) {
-    Result<Archive> archive = openArchive(file);
-    if (!archive) return inContext(file.string(), archive.error());
-    Result<std::vector<PackageMember>> members = readMembers(archive->get());
+    boost::system::error_code error;
+    nv::hosting::Archive archive = nv::hosting::openArchive(file.string(), error);
+    if (!archive) return openFailure(file, error);
+    Result<std::vector<PackageMember>> members = readMembers(archive.get());
     if (!members) return inContext(file.string(), members.error());
     if (const Result<> safe = checkMembers(*members); !safe) {
         return inContext(file.string(), safe.error());
     }
-    return Package(file, std::move(*archive), std::move(*members));
-}
-
-Result<Package::Archive> Package::openArchive(const fs::path& file) {
-    Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    struct stat status {};
-    if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
-        return failure("{}", lastErrorText());
-    if (!S_ISREG(status.st_mode)) return failure("not a regular file");
-    int code = 0;
-    Archive archive(zip_fdopen(opened.get(), 0, &code));
-    if (archive) {
-        opened.release();  // closed by the library from here on
-        return archive;
-    }
-    zip_error_t details;
-    zip_error_init_with_code(&details, code);
-    const std::string reason = zip_error_strerror(&details);
-    zip_error_fini(&details);
-    return failure("not a readable package: {}", reason);
+    return Package(file, std::move(archive), std::move(*members));
 }
 
 Result<std::vector<PackageMember>> Package::readMembers(zip* archive) {
@@ -132,6 +146,7 @@ Result<std::vector<PackageMember>> Package::readMembers(zip* archive) {
         if (member->size > kLargestContent - total) {
             return failure("more than {} bytes when unpacked", kLargestContent);
         }
+        if (member->name == kItself && member->kind == PackageMember::Kind::kFolder) continue;
         total += member->size;
         members.push_back(std::move(*member));
     }
@@ -159,6 +174,7 @@ Result<PackageMember> Package::readMember(zip* archive, std::uint64_t index) {
     const Result<PackageMember::Kind> kind = kindOf(member.name, mode, slash);
     if (!kind) return tl::unexpected<Error>(kind.error());
     if (slash) member.name.pop_back();
+    member.name = withoutDots(member.name);
     member.kind = *kind;
     member.mode = mode & 0777;
     if (member.kind == PackageMember::Kind::kLink) {
@@ -201,7 +217,7 @@ Result<> Package::unpackTo(const fs::path& folder) const {
         const fs::path target = folder / member.name;
         const bool isFolder = member.kind == PackageMember::Kind::kFolder;
         fs::create_directories(isFolder ? target : target.parent_path(), error);
-        if (error) return failure("{}: {}", target.string(), error.message());
+        if (error) return systemFailure(target.string(), error);
         if (member.kind != PackageMember::Kind::kFile) continue;
         if (Result<> unpacked = unpackFile(member, target); !unpacked) {
             return inContext(file_.string(), unpacked.error());
@@ -210,7 +226,7 @@ Result<> Package::unpackTo(const fs::path& folder) const {
     for (const PackageMember& member : members_) {
         if (member.kind != PackageMember::Kind::kLink) continue;
         fs::create_symlink(member.linkTarget, folder / member.name, error);
-        if (error) return failure("{}: {}", (folder / member.name).string(), error.message());
+        if (error) return systemFailure((folder / member.name).string(), error);
     }
     return {};
 }
@@ -218,9 +234,9 @@ Result<> Package::unpackTo(const fs::path& folder) const {
 Result<> Package::unpackFile(const PackageMember& member, const fs::path& target) const {
     // Its owner can always replace what a package brings.
     const mode_t mode = member.mode == 0 ? 0644 : member.mode | 0600;
-    const Descriptor file(
+    const nv::hosting::Descriptor file(
         ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-    if (!file.isOpen()) return failure("{}: {}", target.string(), lastErrorText());
+    if (!file.isOpen()) return systemFailure(target.string(), errno);
     return readContent(archive_.get(), member, [&file](const char* data, std::size_t size) {
         return writeAll(file.get(), data, size);
     });

@@ -1,14 +1,13 @@
 #pragma once
 
+#include <nvhost/archive.h>
+
 #include <boost/filesystem/path.hpp>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "common/result.h"
 #include "drivers/package_members.h"
-
-struct zip;
 
 namespace overseer {
 
@@ -33,19 +32,14 @@ class Package {
     Result<> unpackTo(const boost::filesystem::path& folder) const;
 
   private:
-    struct Discard {
-        void operator()(zip* archive) const;
-    };
-    using Archive = std::unique_ptr<zip, Discard>;
-
-    Package(boost::filesystem::path file, Archive archive, std::vector<PackageMember> members);
-    static Result<Archive> openArchive(const boost::filesystem::path& file);
+    Package(boost::filesystem::path file, nv::hosting::Archive archive,
+            std::vector<PackageMember> members);
     static Result<std::vector<PackageMember>> readMembers(zip* archive);
     static Result<PackageMember> readMember(zip* archive, std::uint64_t index);
     Result<> unpackFile(const PackageMember& member, const boost::filesystem::path& target) const;
 
     boost::filesystem::path file_;
-    Archive archive_;
+    nv::hosting::Archive archive_;
     std::vector<PackageMember> members_;
 };
 

@@ -1,4 +1,4 @@
-// Packaged agents: their place in the project, and the plug-ins that they bring.
+// What has a place in the project: devices, and packaged agents with the plug-ins that they bring.
 
 #include "drivers/packaged_agents.h"
 
@@ -22,14 +22,19 @@ bool isInside(const fs::path& file, const fs::path& folder) {
 }
 
 /// All or nothing: a project that could not be written is as it was.
-Result<> putAgent(Project& project, const ControllerRoot& root, const std::string& fileName,
-                  const std::string& name, const std::string& library) {
+template <typename Change>
+Result<> changeProject(Project& project, const Change& change) {
     Project changed = project.clone();
-    changed.addAgent(fileName, name, library);
-    Result<> saved = changed.save();
-    if (!saved) return inContext(root.projectFile().string(), saved.error());
+    change(changed);
+    if (Result<> saved = changed.save(); !saved) return saved;
     project = std::move(changed);
     return {};
+}
+
+Result<> putAgent(Project& project, const std::string& fileName, const std::string& name,
+                  const std::string& library) {
+    return changeProject(project,
+                         [&](Project& changed) { changed.addAgent(fileName, name, library); });
 }
 
 const ProjectEntry* findAgent(const Project& project, const std::string& fileName) {
@@ -62,7 +67,7 @@ Result<ProjectEntry> enterAgent(Project& project, const ControllerRoot& root,
     // The manifest's own goes first: every later apply would go back to it.
     const bool wanted = applied.library.empty() && !library.empty() &&
                         agentLibrary(root, fileName, library).has_value();
-    const Result<> put = putAgent(project, root, fileName, name.empty() ? applied.name : name,
+    const Result<> put = putAgent(project, fileName, name.empty() ? applied.name : name,
                                   wanted ? library : applied.library);
     if (!put) return tl::unexpected<Error>(put.error());
     return *findAgent(project, fileName);
@@ -79,7 +84,21 @@ Result<> followAgent(Project& project, const ControllerRoot& root, const std::st
         library = known->library;
     }
     if (known != nullptr && known->library == library) return {};
-    return putAgent(project, root, fileName, name, library);
+    return putAgent(project, fileName, name, library);
+}
+
+Result<bool> giveItsPlace(Project& project, const ControllerRoot& root, const std::string& fileName,
+                          const AppliedDriver& driver) {
+    const bool isNew = project.deviceIds(fileName).empty();
+    Result<> done;
+    if (driver.agent) {
+        done = followAgent(project, root, fileName, driver);
+    } else if (isNew) {
+        done = changeProject(project,
+                             [&](Project& changed) { changed.addDevice(fileName, driver.name); });
+    }
+    if (!done) return tl::unexpected<Error>(done.error());
+    return isNew;
 }
 
 }  // namespace overseer

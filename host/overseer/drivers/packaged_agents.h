@@ -32,4 +32,11 @@ Result<ProjectEntry> enterAgent(Project& project, const ControllerRoot& root,
 Result<> followAgent(Project& project, const ControllerRoot& root, const std::string& fileName,
                      const AppliedDriver& applied);
 
+/// Gives a driver that a person brings in its place in the project: an agent's package one among
+/// the agents, any other a device, unless it has one. Where the project cannot be written, it is
+/// as it was.
+/// @return whether it had no place before
+Result<bool> giveItsPlace(Project& project, const ControllerRoot& root, const std::string& fileName,
+                          const AppliedDriver& driver);
+
 }  // namespace overseer

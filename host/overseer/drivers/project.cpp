@@ -3,8 +3,6 @@
 
 #include "drivers/project.h"
 
-#include <nv/file.h>
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -13,6 +11,7 @@
 #include <sstream>
 
 #include "drivers/file_names.h"
+#include "root/file_text.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -92,18 +91,17 @@ Project& Project::operator=(Project&&) noexcept = default;
 Project::~Project() = default;
 
 Result<Project> Project::load(const path& file) {
-    std::string text;
-    if (FileX::Load(file.string(), text) < 0) {
-        return failure("{} is not a readable file of at most 16 MB", file.string());
-    }
+    const Result<std::string> read = readText(file);
+    if (!read) return tl::unexpected<Error>(read.error());
+    const std::string& text = *read;
     Project project(file, std::make_unique<pugi::xml_document>());
     const pugi::xml_parse_result parsed =
         project.document_->load_buffer(text.data(), text.size(), kParsing);
     if (!parsed) {
         return failure("{}: {}", placeOf(file, text, parsed.offset), parsed.description());
     }
-    if (const Result<> read = project.read(text); !read) {
-        return tl::unexpected<Error>(read.error());
+    if (const Result<> understood = project.read(text); !understood) {
+        return tl::unexpected<Error>(understood.error());
     }
     return project;
 }

@@ -8,6 +8,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "drivers/file_names.h"
+#include "drivers/packaged_agents.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -15,13 +16,14 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-/// The failure of a copy, told of the file that it was made of, which is the one that people know.
-tl::unexpected<Error> failureOf(const fs::path& file, const fs::path& copy, const Error& cause) {
-    std::string message = cause.message;
+/// The failure of a copy, told of the file that people know in its stead.
+tl::unexpected<Error> failureOf(const fs::path& copy, const fs::path& known, const Error& cause) {
+    Error told = cause;
     const std::string& name = copy.string();
-    const std::size_t place = message.find(name);
-    if (place == std::string::npos) return inContext(file.string(), cause);
-    return tl::unexpected<Error>(Error{message.replace(place, name.size(), file.string())});
+    const std::size_t place = told.message.find(name);
+    if (place == std::string::npos) return inContext(known.string(), cause);
+    told.message.replace(place, name.size(), known.string());
+    return tl::unexpected<Error>(std::move(told));
 }
 
 Result<AppliedDriver> checkContent(const fs::path& file, const std::string& name) {
@@ -60,10 +62,10 @@ Result<StagedDriver> StagedDriver::prepare(const fs::path& file, const std::stri
     fs::path target = driverFile(root, name);
     auto copy = std::make_unique<HiddenSibling>(target.parent_path());
     if (const Result<> copied = copyInPlace(file, copy->path()); !copied) {
-        return tl::unexpected<Error>(copied.error());
+        return failureOf(copy->path(), target, copied.error());
     }
     Result<AppliedDriver> driver = checkContent(copy->path(), name);
-    if (!driver) return failureOf(file, copy->path(), driver.error());
+    if (!driver) return failureOf(copy->path(), file, driver.error());
     return StagedDriver(std::move(copy), std::move(target), std::move(*driver));
 }
 
@@ -76,19 +78,6 @@ Result<> StagedDriver::putInPlace() {
     return failure("it could not be put at {}: {}", target_.string(), error.message());
 }
 
-Result<bool> giveItsPlace(Project& project, const std::string& name, const AppliedDriver& driver) {
-    const bool isNew = project.deviceIds(name).empty();
-    if (driver.agent) {
-        project.addAgent(name, driver.name, driver.library);
-    } else if (isNew) {
-        project.addDevice(name, driver.name);
-    } else {
-        return false;
-    }
-    if (const Result<> saved = project.save(); !saved) return tl::unexpected<Error>(saved.error());
-    return isNew;
-}
-
 Result<PlacedFile> placeDriver(const fs::path& file, const std::string& name,
                                const ControllerRoot& root, Project& project) {
     Result<StagedDriver> staged = StagedDriver::prepare(file, name, root);
@@ -96,7 +85,7 @@ Result<PlacedFile> placeDriver(const fs::path& file, const std::string& name,
     if (const Result<> placed = staged->putInPlace(); !placed) {
         return inContext(file.string(), placed.error());
     }
-    const Result<bool> added = giveItsPlace(project, name, staged->driver());
+    const Result<bool> added = giveItsPlace(project, root, name, staged->driver());
     if (!added) return inContext(name + " is in place, but in no device", added.error());
     return PlacedFile{staged->driver(), *added};
 }

@@ -47,11 +47,6 @@ class StagedDriver {
     AppliedDriver driver_;
 };
 
-/// Gives a driver its place in the project, and saves that: an agent's package one among the
-/// agents, any other a device, unless it has one.
-/// @return whether it had no place before
-Result<bool> giveItsPlace(Project& project, const std::string& name, const AppliedDriver& driver);
-
 /// What came of a file that was put in place.
 struct PlacedFile {
     AppliedDriver driver;

@@ -2,7 +2,7 @@
 
 #include "drivers/unpacked_copy.h"
 
-#include <nv/file.h>
+#include <nvhost/regular_file.h>
 #include <nvhost/replacement.h>
 
 #include <fcntl.h>
@@ -15,7 +15,8 @@
 #include <cstdio>
 #include <map>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
+#include "root/file_text.h"
 
 namespace overseer {
 namespace fs = boost::filesystem;
@@ -41,23 +42,24 @@ bool isSame(const PackageMember& member, const struct stat& status) {
     return false;
 }
 
-/// CRC-32 as archives state it; nothing when the file cannot be read to its end.
-std::optional<std::uint32_t> checksumOf(const fs::path& file) {
-    const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!opened.isOpen()) return std::nullopt;
+/// CRC-32 as archives state it.
+Result<std::uint32_t> checksumOf(const fs::path& file) {
+    boost::system::error_code error;
+    const nv::hosting::Descriptor opened = nv::hosting::openRegularFile(file.string(), error);
+    if (error) return readFailure(file, error);
     std::array<unsigned char, 64u << 10> piece{};
     uLong sum = ::crc32(0, nullptr, 0);
     for (;;) {
         const ssize_t count = ::read(opened.get(), piece.data(), piece.size());
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return std::nullopt;
+        if (count < 0) return systemFailure(file.string(), errno);
         if (count == 0) return static_cast<std::uint32_t>(sum);
         sum = ::crc32(sum, piece.data(), static_cast<uInt>(count));
     }
 }
 
 /// Links first: from then on no path below `folder` leads out of it.
-Difference strangeLink(const Package& package, const fs::path& folder) {
+Result<Difference> strangeLink(const Package& package, const fs::path& folder) {
     std::map<fs::path, std::string> known;
     for (const PackageMember& member : package.members()) {
         if (member.kind == Kind::kLink) known[folder / member.name] = member.linkTarget;
@@ -71,10 +73,26 @@ Difference strangeLink(const Package& package, const fs::path& folder) {
         if (expected != known.end() && fs::read_symlink(entry->path(), error) == expected->second) {
             continue;
         }
-        return entry->path().string() + " is a link that is not the package's";
+        return Difference(entry->path().string() + " is a link that is not the package's");
     }
-    if (error) return folder.string() + " cannot be read: " + error.message();
-    return std::nullopt;
+    if (isOfMachine(error.value())) return systemFailure(folder.string(), error);
+    if (error) return Difference(folder.string() + " cannot be read: " + error.message());
+    return Difference();
+}
+
+Result<Difference> differenceAt(const fs::path& place, const PackageMember& member,
+                                Scrutiny scrutiny) {
+    struct stat status {};
+    if (::lstat(place.c_str(), &status) != 0) {
+        if (isOfMachine(errno)) return systemFailure(place.string(), errno);
+        return Difference(place.string() + " is missing");
+    }
+    if (!isSame(member, status)) return Difference(place.string() + " is not as in the package");
+    if (scrutiny == Scrutiny::kSizes || member.kind != Kind::kFile) return Difference();
+    const Result<std::uint32_t> sum = checksumOf(place);
+    if (!sum && sum.error().ofMachine) return tl::unexpected(sum.error());
+    if (sum && *sum == member.checksum) return Difference();
+    return Difference(place.string() + " has another content than in the package");
 }
 
 Result<> swapIn(const fs::path& staging, const fs::path& folder) {
@@ -86,50 +104,47 @@ Result<> swapIn(const fs::path& staging, const fs::path& folder) {
     // copy, which the next start repairs.
     const fs::path aside = folder.parent_path() / nv::hosting::siblingName();
     if (!absent && ::rename(folder.c_str(), aside.c_str()) != 0) {
-        return failure("{}: {}", folder.string(), lastErrorText());
+        return systemFailure(folder.string(), errno);
     }
     if (::rename(staging.c_str(), folder.c_str()) == 0) {
         boost::system::error_code ignored;
         fs::remove_all(aside, ignored);
         return {};
     }
-    const std::string reason = lastErrorText();
+    const int reason = errno;
     ::rename(aside.c_str(), folder.c_str());
-    return failure("{}: {}", folder.string(), reason);
+    return systemFailure(folder.string(), reason);
 }
 
 }  // namespace
 
-Difference differenceFrom(const Package& package, const std::string& manifestText,
-                          const fs::path& folder, const std::string& hostFile, Scrutiny scrutiny) {
+Result<Difference> differenceFrom(const Package& package, const std::string& manifestText,
+                                  const fs::path& folder, const std::string& hostFile,
+                                  Scrutiny scrutiny) {
     struct stat status {};
-    if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
-        return folder.string() + " is no folder";
+    if (::lstat(folder.c_str(), &status) != 0) {
+        if (isOfMachine(errno)) return systemFailure(folder.string(), errno);
+        return Difference(folder.string() + " is missing");
     }
-    if (Difference link = strangeLink(package, folder)) return link;
+    if (!S_ISDIR(status.st_mode)) return Difference(folder.string() + " is no folder");
+    if (Result<Difference> link = strangeLink(package, folder); !link || *link) return link;
     for (const PackageMember& member : package.members()) {
         if (member.name == hostFile || member.name == kUnzipOutput) continue;
-        const fs::path place = folder / member.name;
-        if (::lstat(place.c_str(), &status) != 0 || !isSame(member, status)) {
-            return place.string() + " is missing or not as in the package";
-        }
-        if (scrutiny == Scrutiny::kContent && member.kind == Kind::kFile &&
-            checksumOf(place) != member.checksum) {
-            return place.string() + " has another content than in the package";
-        }
+        Result<Difference> found = differenceAt(folder / member.name, member, scrutiny);
+        if (!found || *found) return found;
     }
-    std::string text;
-    if (FileX::Load((folder / Package::kManifest).string(), text) < 0 || text != manifestText) {
-        return (folder / Package::kManifest).string() + " is not the package's";
-    }
-    return std::nullopt;
+    const fs::path manifest = folder / Package::kManifest;
+    const Result<std::string> text = readText(manifest);
+    if (!text && text.error().ofMachine) return tl::unexpected(text.error());
+    if (text && *text == manifestText) return Difference();
+    return Difference(manifest.string() + " is not the package's");
 }
 
 Result<> replaceCopy(const Package& package, const fs::path& folder) {
     const fs::path staging = folder.parent_path() / nv::hosting::siblingName();
     boost::system::error_code ignored;
     if (::mkdir(staging.c_str(), 0755) != 0) {
-        return failure("{}: {}", staging.string(), lastErrorText());
+        return systemFailure("a folder beside " + folder.string() + " cannot be made", errno);
     }
     Result<> done = package.unpackTo(staging);
     if (done) done = swapIn(staging, folder);

@@ -5,7 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
 
 namespace overseer {
 namespace fs = boost::filesystem;
@@ -25,10 +25,13 @@ bool isPresent(const fs::path& file) {
 
 Result<> createFolder(const fs::path& folder, mode_t mode) {
     if (::mkdir(folder.c_str(), mode) == 0) return {};
-    const std::string reason = lastErrorText();
+    const int reason = errno;
     boost::system::error_code error;
     if (fs::is_directory(folder, error)) return {};
-    return failure("the folder {} cannot be made: {}", folder.string(), reason);
+    if (reason == EEXIST) {
+        return failure("{} is in the way: it is no folder; move it away", folder.string());
+    }
+    return systemFailure("the folder " + folder.string() + " cannot be made", reason);
 }
 
 }  // namespace

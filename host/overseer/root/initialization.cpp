@@ -2,9 +2,11 @@
 
 #include "root/initialization.h"
 
+#include <nvhost/transport.h>
+
 #include <boost/filesystem/operations.hpp>
 
-#include "root/certificate_bundle.h"
+#include "common/system_failure.h"
 #include "root/placement.h"
 
 namespace overseer {
@@ -77,13 +79,24 @@ bool isEmptyFolder(const fs::path& folder, boost::system::error_code& error) {
     return !error;
 }
 
+Result<> checkWayTo(fs::path folder) {
+    boost::system::error_code error;
+    while (!fs::exists(folder, error) && !folder.empty()) folder = folder.parent_path();
+    if (folder.empty() || fs::is_directory(folder, error)) return {};
+    return failure(
+        "{} is no folder, so there can be no controller root below it; name another place",
+        folder.string());
+}
+
 Result<> checkVacant(const ControllerRoot& root) {
     const std::string name = root.path().string();
     if (root.exists()) return failure("{} already is a controller root; it was left alone", name);
     boost::system::error_code error;
     const fs::file_type type = fs::symlink_status(root.path(), error).type();
-    if (type == fs::file_not_found) return {};
-    if (type != fs::directory_file) return failure("{} is no folder", name);
+    if (type == fs::file_not_found) return checkWayTo(root.path().parent_path());
+    if (type != fs::directory_file) {
+        return failure("{} is no folder; name one that is empty, or a new one", name);
+    }
     if (!isEmptyFolder(root.path(), error)) {
         return failure("the folder {} is not empty; name one that is, or a new one", name);
     }
@@ -93,9 +106,9 @@ Result<> checkVacant(const ControllerRoot& root) {
 Result<> fill(const ControllerRoot& root, const fs::path& caFile) {
     boost::system::error_code error;
     fs::create_directories(root.path().parent_path(), error);
-    if (error) return failure("{}: {}", root.path().parent_path().string(), error.message());
+    if (error) return systemFailure(root.path().parent_path().string(), error);
     const fs::path bundle = fs::canonical(caFile, error);
-    if (error) return failure("{}: {}", caFile.string(), error.message());
+    if (error) return systemFailure(caFile.string(), error);
 
     Result<> done = root.createFolders();
     if (done) done = copyInPlace(bundle, root.caBundle());
@@ -117,10 +130,11 @@ Result<ControllerRoot> initializeRoot(const fs::path& folder, const fs::path& ca
     if (const Result<> vacant = checkVacant(*root); !vacant) {
         return tl::unexpected<Error>(vacant.error());
     }
-    if (const Result<int> certificates = countCertificates(caFile); !certificates) {
-        return inContext("CA bundle", certificates.error());
-    }
     boost::system::error_code ignored;
+    if (const auto unusable = nv::hosting::checkCaFile(caFile.string())) {
+        return failure("the CA bundle {}: {}; name another one with --ca FILE", caFile.string(),
+                       unusable.message());
+    }
     const bool wasThere = fs::exists(root->path(), ignored);
     if (const Result<> filled = fill(*root, caFile); !filled) {
         // What this call made goes again, so that the next one finds the place vacant.

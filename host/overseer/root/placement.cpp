@@ -2,6 +2,7 @@
 
 #include "root/placement.h"
 
+#include <nvhost/regular_file.h>
 #include <nvhost/replacement.h>
 
 #include <fcntl.h>
@@ -9,12 +10,14 @@
 #include <unistd.h>
 #include <cerrno>
 
-#include "root/descriptor.h"
+#include "common/system_failure.h"
+#include "root/file_text.h"
 
 namespace overseer {
 namespace {
 
 using boost::filesystem::path;
+using nv::hosting::Descriptor;
 
 constexpr mode_t kNewFileMode = 0644;
 
@@ -35,9 +38,9 @@ bool writeAll(int file, const std::string& text) {
 
 Result<> renameOver(const path& sibling, const path& target) {
     if (::rename(sibling.c_str(), target.c_str()) == 0) return {};
-    const std::string reason = lastErrorText();
+    const int reason = errno;
     ::unlink(sibling.c_str());
-    return failure("{} could not be put in place: {}", target.string(), reason);
+    return systemFailure(target.string() + " could not be put in place", reason);
 }
 
 }  // namespace
@@ -49,22 +52,25 @@ Result<> writeInPlace(const path& target, const std::string& text, Flush flush,
     const Descriptor file(
         ::open(sibling.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file.isOpen()) {
-        return failure("{} could not be written: {}", target.string(), lastErrorText());
+        return systemFailure(target.string() + " could not be written", errno);
     }
     const bool written = writeAll(file.get(), text) && ::fchmod(file.get(), modeFor(target)) == 0 &&
                          (flush == Flush::kNever || ::fdatasync(file.get()) == 0);
     if (written) return renameOver(sibling, target);
-    const std::string reason = lastErrorText();
+    const int reason = errno;
     ::unlink(sibling.c_str());
-    return failure("{} could not be written: {}", target.string(), reason);
+    return systemFailure(target.string() + " could not be written", reason);
 }
 
 Result<> copyInPlace(const path& source, const path& target) {
     boost::system::error_code error;
     nv::hosting::placeCopy(source, target, error);
     if (!error) return {};
-    return failure("{} could not be copied to {}: {}", source.string(), target.string(),
-                   error.message());
+    struct stat status {};
+    if (::lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return readFailure(source, error);
+    }
+    return systemFailure(source.string() + " could not be copied to " + target.string(), error);
 }
 
 Result<> linkInPlace(const path& source, const path& target) {
@@ -86,13 +92,13 @@ Result<> linkInPlace(const path& source, const path& target) {
 Result<> flushFolder(const path& folder) {
     const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (opened.isOpen() && ::fsync(opened.get()) == 0) return {};
-    return failure("cannot flush the folder {}: {}", folder.string(), lastErrorText());
+    return systemFailure("cannot flush the folder " + folder.string(), errno);
 }
 
 Result<> flushFileSystem(const path& folder) {
     const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (opened.isOpen() && ::syncfs(opened.get()) == 0) return {};
-    return failure("{} could not be flushed to the disk: {}", folder.string(), lastErrorText());
+    return systemFailure(folder.string() + " could not be flushed to the disk", errno);
 }
 
 }  // namespace overseer

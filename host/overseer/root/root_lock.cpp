@@ -5,6 +5,8 @@
 #include <unistd.h>
 #include <cerrno>
 
+#include "common/system_failure.h"
+
 namespace overseer {
 namespace {
 
@@ -26,14 +28,15 @@ bool record(int file) {
 
 Result<RootLock> RootLock::acquire(const ControllerRoot& root) {
     const std::string name = root.lockFile().string();
-    Descriptor file(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file.isOpen()) return failure("the lock {}: {}", name, lastErrorText());
+    nv::hosting::Descriptor file(
+        ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file.isOpen()) return systemFailure("the lock " + name + " cannot be opened", errno);
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK) return failure("the lock {}: {}", name, lastErrorText());
+        if (errno != EWOULDBLOCK) return systemFailure("the lock " + name, errno);
         return failure("the controller root {} is in use by process {}; stop it first",
                        root.path().string(), holderOf(file.get()));
     }
-    if (!record(file.get())) return failure("the lock {}: {}", name, lastErrorText());
+    if (!record(file.get())) return systemFailure("the lock " + name + " cannot be written", errno);
     return RootLock(std::move(file));
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <nvhost/regular_file.h>
+
 #include "root/controller_root.h"
-#include "root/descriptor.h"
 
 namespace overseer {
 
@@ -13,9 +14,9 @@ class RootLock {
     static Result<RootLock> acquire(const ControllerRoot& root);
 
   private:
-    explicit RootLock(Descriptor file) : file_(std::move(file)) {}
+    explicit RootLock(nv::hosting::Descriptor file) : file_(std::move(file)) {}
 
-    Descriptor file_;
+    nv::hosting::Descriptor file_;
 };
 
 }  // namespace overseer

@@ -48,7 +48,7 @@ Result<> Agents::startAll(const std::string& library, std::optional<std::uint32_
 
 void Agents::destroy() {
     while (!agents_.empty()) {
-        agents_.back()->persist();
+        agents_.back()->persistFinally();
         agents_.pop_back();
     }
 }

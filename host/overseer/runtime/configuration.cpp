@@ -1,13 +1,15 @@
 #include "runtime/configuration.h"
 
-#include <nv/file.h>
 #include <nv/http.h>
 
 #include <CLI/CLI.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <charconv>
 #include <cstring>
 #include <iostream>
 #include <sstream>
+
+#include "root/file_text.h"
 
 #ifndef OVERSEER_VERSION
 #error "the build names the version"
@@ -139,11 +141,15 @@ std::string printable(std::string text) {
     return text;
 }
 
-Result<> readFile(const std::string& file, Configuration& to) {
-    std::string text;
-    if (FileX::Load(file, text) < 0) {
-        return failure("{} cannot be read; make a root with: overseer --root DIR init", file);
+Result<> readFile(const boost::filesystem::path& root, Configuration& to) {
+    const std::string file = (root / "overseer.conf").string();
+    const Result<std::string> read = readText(file);
+    if (!read && !boost::filesystem::exists(root / "project.xml")) {
+        return failure("{} is no controller root; make one with: overseer --root DIR init",
+                       root.string());
     }
+    if (!read) return failure("{}; mend that before starting", read.error().message);
+    const std::string& text = *read;
     if (const int line = lineWithoutValue(text); line != 0) {
         return failure("{} line {}: a key without a value", file, line);
     }
@@ -156,8 +162,6 @@ Result<> readFile(const std::string& file, Configuration& to) {
     } catch (const CLI::ParseError& error) {
         return failure("{}{}: {}", file, placeOf(text, error.what()), printable(error.what()));
     }
-    // A folder opens like a file, and reads like an empty one.
-    if (in.bad()) return failure("{} cannot be read to its end; is it a file?", file);
     return {};
 }
 
@@ -166,6 +170,13 @@ Result<> check(Configuration& configuration) {
         Result<std::string> url = normalizedBaseUrl(configuration.catalogue);
         if (!url) return tl::unexpected(url.error());
         configuration.catalogue = *url;
+    }
+    for (std::string& library : configuration.agents) {
+        // The host works in another folder than the one that it was started in. A bare name is
+        // looked for where the system has its libraries.
+        if (library.find('/') != std::string::npos) {
+            library = boost::filesystem::absolute(library).string();
+        }
     }
     if (Result<VersionNumbers> version = readVersion(configuration.version); !version) {
         return tl::unexpected(version.error());
@@ -206,9 +217,7 @@ Result<Invocation> readInvocation(int argc, const char* const* argv) {
     // The file gives the values, then the command line goes over them once more.
     Invocation invocation;
     invocation.configuration = defaults();
-    if (Result<> read =
-            readFile(first.configuration.root + "/overseer.conf", invocation.configuration);
-        !read) {
+    if (Result<> read = readFile(first.configuration.root, invocation.configuration); !read) {
         return tl::unexpected(read.error());
     }
     readCommandLine(argc, argv, invocation);

@@ -177,7 +177,7 @@ control::CatalogueContact ControlBackend::catalogueContact(const std::string& ag
 
 std::vector<control::VariableInformation> ControlBackend::variables() {
     std::vector<control::VariableInformation> list;
-    for (const DeviceVariable& variable : surroundings_.variables.list(false)) {
+    for (const DeviceVariable& variable : surroundings_.variables.list()) {
         const VariableDeclaration& declared = variable.declaration;
         list.push_back({ownerOf(variable.deviceId), declared.id, declared.name,
                         typeName(declared.type), declared.value, declared.readOnly, declared.hidden,
@@ -216,13 +216,12 @@ void ControlBackend::observeNotifications(control::NotificationObserver* observe
 
 std::vector<control::ScheduledEvent> ControlBackend::schedule() {
     std::vector<control::ScheduledEvent> list;
-    for (const ScheduleListing& entry : surroundings_.scheduler.list(false)) {
+    for (const ScheduleListing& entry : surroundings_.scheduler.list()) {
         control::ScheduledEvent event;
         event.id = entry.id;
         event.name = entry.name;
         event.owner = ownerOf(entry.deviceId);
         event.enabled = entry.enabled;
-        event.hidden = entry.hidden;
         event.intervalDays = entry.intervalDays;
         event.next = toInstant(entry.next);
         event.lastFired = toInstant(entry.lastDelivery);
@@ -241,7 +240,7 @@ Result<> ControlBackend::fire(std::uint32_t id) {
 }
 
 Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
-    Result<std::vector<control::DriverInformation>> list = surroundings_.drivers.list();
+    Result<std::vector<control::DriverInformation>> list = surroundings_.drivers.listing().all();
     if (!list) return list;
     const Outcomes outcomes = lastOutcomes();
     for (control::DriverInformation& driver : *list) addOutcome(outcomes, driver);
@@ -249,7 +248,8 @@ Result<std::vector<control::DriverInformation>> ControlBackend::drivers() {
 }
 
 Result<std::optional<control::DriverInformation>> ControlBackend::driver(const std::string& file) {
-    Result<std::optional<control::DriverInformation>> driver = surroundings_.drivers.find(file);
+    Result<std::optional<control::DriverInformation>> driver =
+        surroundings_.drivers.listing().find(file);
     if (driver && *driver) addOutcome(lastOutcomes(), **driver);
     return driver;
 }
@@ -268,7 +268,8 @@ ControlBackend::Outcomes ControlBackend::lastOutcomes() {
 
 void ControlBackend::addOutcome(const Outcomes& outcomes, control::DriverInformation& driver) {
     const auto found = outcomes.find(driver.file);
-    if (found == outcomes.end()) return;
+    // What a run found of a file that is gone by now tells nothing of the driver.
+    if (found == outcomes.end() || !driver.inPlace) return;
     driver.lastOutcome = found->second.first;
     driver.lastOutcomeAt = found->second.second;
 }

@@ -2,14 +2,11 @@
 
 #include <nvhost/children.h>
 
-#include <boost/filesystem/operations.hpp>
-
 #include <set>
 
 #include "common/log.h"
 #include "drivers/driver_check.h"
 #include "drivers/file_names.h"
-#include "drivers/manifest.h"
 #include "drivers/packaged_agents.h"
 #include "drivers/project.h"
 #include "drivers/restore.h"
@@ -21,24 +18,14 @@ namespace {
 
 constexpr RESULTX kRefused = -1;
 
-/// The version that the manifest of a file in place states; nothing when it cannot be read.
-std::optional<int> versionInPlace(const ControllerRoot& root, const std::string& fileName) {
-    const Result<std::string> text = readManifestText(driverFile(root, fileName), fileName);
-    if (!text) return std::nullopt;
-    const Result<Manifest> manifest = parseManifest(*text, fileName);
-    return manifest ? std::optional(manifest->version) : std::nullopt;
-}
-
-bool isInPlace(const ControllerRoot& root, const std::string& fileName) {
-    boost::system::error_code error;
-    const auto status = boost::filesystem::symlink_status(driverFile(root, fileName), error);
-    return status.type() != boost::filesystem::file_not_found;
-}
-
 }  // namespace
 
 DriverDesk::DriverDesk(const ControllerRoot& root, Project& project, DriverLedger& ledger)
-    : root_(root), project_(project), ledger_(ledger), application_(root, ledger) {}
+    : root_(root),
+      project_(project),
+      ledger_(ledger),
+      application_(root, ledger),
+      listing_(root, project, ledger) {}
 
 Result<> DriverDesk::checkAll() {
     std::set<std::string> names;
@@ -46,8 +33,11 @@ Result<> DriverDesk::checkAll() {
     project_.AddAgentFileNames(names);
     for (const CheckedDriver& checked : checkDrivers(names, application_)) {
         if (!checked.outcome) {
-            log::error(fmt::format("driver {} cannot be used as it lies there: {}",
-                                   checked.fileName, checked.outcome.error().message));
+            const Error& why = checked.outcome.error();
+            log::error(fmt::format("driver {} {}: {}", checked.fileName,
+                                   why.ofMachine ? "could not be looked at and counts as it did"
+                                                 : "cannot be used as it lies there",
+                                   why.message));
             continue;
         }
         follow(checked.fileName, *checked.outcome);
@@ -107,49 +97,6 @@ int DriverDesk::installedVersion(const std::string& fileName) {
         return 0;
     }
     return *record ? (*record)->version : 0;
-}
-
-Result<std::vector<control::DriverInformation>> DriverDesk::list() {
-    std::set<std::string> agents;
-    project_.AddAgentFileNames(agents);
-    std::set<std::string> names = agents;
-    project_.AddDriverFileNames(names);
-    std::vector<control::DriverInformation> list;
-    list.reserve(names.size());
-    for (const std::string& name : names) {
-        const Result<std::optional<DriverRecord>> record = ledger_.find(name);
-        if (!record) return tl::unexpected(record.error());
-        list.push_back(describe(name, agents.count(name) != 0, record->value_or(DriverRecord())));
-    }
-    return list;
-}
-
-control::DriverInformation DriverDesk::describe(const std::string& fileName, bool agent,
-                                                const DriverRecord& record) const {
-    control::DriverInformation driver;
-    driver.file = fileName;
-    driver.agent = agent;
-    for (const ProjectEntry& entry : agent ? project_.agents() : project_.devices()) {
-        if (entry.file == fileName) driver.devices.push_back({entry.id, entry.name});
-    }
-    driver.installedVersion = record.version;
-    driver.inPlace = isInPlace(root_, fileName);
-    driver.versionInPlace = versionInPlace(root_, fileName);
-    driver.appliedMd5 = record.appliedMd5;
-    driver.previousMd5 = record.previousMd5;
-    return driver;
-}
-
-Result<std::optional<control::DriverInformation>> DriverDesk::find(const std::string& fileName) {
-    if (const Result<> named = checkDriverFileName(fileName); !named) {
-        return tl::unexpected(named.error());
-    }
-    std::set<std::string> agents;
-    project_.AddAgentFileNames(agents);
-    if (project_.deviceIds(fileName).empty() && !isInPlace(root_, fileName)) return std::nullopt;
-    const Result<std::optional<DriverRecord>> record = ledger_.find(fileName);
-    if (!record) return tl::unexpected(record.error());
-    return describe(fileName, agents.count(fileName) != 0, record->value_or(DriverRecord()));
 }
 
 Result<control::PlacedDriver> DriverDesk::place(const std::string& fileName,

@@ -2,14 +2,13 @@
 
 #include <nv/result.h>
 
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "common/result.h"
 #include "control/control_records.h"
 #include "drivers/apply.h"
 #include "root/controller_root.h"
+#include "runtime/driver_listing.h"
 #include "state/driver_ledger.h"
 
 namespace overseer {
@@ -39,10 +38,7 @@ class DriverDesk {
     /// Brings what was applied to the disk, for when a run is over.
     Result<> flush() { return application_.flushFolders(); }
 
-    /// Every driver file of the project, in ascending order.
-    Result<std::vector<control::DriverInformation>> list();
-    /// The driver file of that name; nothing when it is neither in the project nor in its folder.
-    Result<std::optional<control::DriverInformation>> find(const std::string& fileName);
+    DriverListing& listing() { return listing_; }
     /// Puts a file of this machine in place under that name, for a later `update`.
     Result<control::PlacedDriver> place(const std::string& fileName, const std::string& path);
     /// Puts a kept package back and applies it.
@@ -50,13 +46,12 @@ class DriverDesk {
 
   private:
     void follow(const std::string& fileName, const AppliedDriver& applied);
-    control::DriverInformation describe(const std::string& fileName, bool agent,
-                                        const DriverRecord& record) const;
 
     const ControllerRoot& root_;
     Project& project_;
     DriverLedger& ledger_;
     DriverApplication application_;
+    DriverListing listing_;
 };
 
 }  // namespace overseer

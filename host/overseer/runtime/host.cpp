@@ -14,8 +14,10 @@
 #include <utility>
 
 #include "common/log.h"
+#include "control/http_message.h"
 #include "control/server.h"
 #include "drivers/packaged_agents.h"
+#include "root/temporary_folder.h"
 #include "runtime/agents.h"
 #include "runtime/control_backend.h"
 #include "runtime/driver_desk.h"
@@ -23,6 +25,8 @@
 #include "runtime/host_state.h"
 #include "runtime/idle_watch.h"
 #include "runtime/overseer_interface.h"
+#include "runtime/process.h"
+#include "runtime/shortcomings.h"
 #include "runtime/surroundings.h"
 #include "runtime/update_runs.h"
 #include "services/agent_settings.h"
@@ -52,7 +56,7 @@ class Instances : public IInstanceManager {
 /// Everything, in the order in which it is made; taken down in the reverse order.
 struct Host::Services {
     Services(const Configuration& chosen, const ControllerRoot& folder,
-             std::unique_ptr<HostState> opened);
+             std::unique_ptr<HostState> opened, std::unique_ptr<TemporaryFolder> entered);
 
     Result<> startAgents();
     Result<> startControl();
@@ -68,6 +72,7 @@ struct Host::Services {
     const Configuration configuration;
     ControllerRoot root;
     std::unique_ptr<HostState> state;
+    std::unique_ptr<TemporaryFolder> temporary;
     boost::asio::io_context loop{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
         loop.get_executor()};
@@ -90,10 +95,12 @@ struct Host::Services {
 };
 
 Host::Services::Services(const Configuration& chosen, const ControllerRoot& folder,
-                         std::unique_ptr<HostState> opened)
+                         std::unique_ptr<HostState> opened,
+                         std::unique_ptr<TemporaryFolder> entered)
     : configuration(chosen),
       root(folder),
       state(std::move(opened)),
+      temporary(std::move(entered)),
       metrics(statsdSettings(configuration), nv::hosting::environment().clock,
               [this](std::function<void()> call) { boost::asio::post(loop, std::move(call)); }),
       messages(*state->notifications),
@@ -107,18 +114,22 @@ Host::Services::Services(const Configuration& chosen, const ControllerRoot& fold
       settings(state->nodes),
       runs({state->project, scheduler, journal, idle}),
       agents({overseer, root, instances, metrics, variables, state->history, *state->notifications,
-              scheduler, settings}),
+              scheduler, settings, *temporary}),
       backend({agents, settings, drivers, state->history, idle, *state->notifications, journal,
                scheduler, runs, variables},
               information()) {
-    nv::hosting::configureTransport(loop, transportSettings(configuration, root));
     observeOutcomes();
 }
 
 Scheduler::Surroundings Host::Services::schedulerSurroundings() {
-    return {loop, nv::hosting::environment().clock, state->schedule,
+    return {loop,
+            nv::hosting::environment().clock,
+            state->schedule,
             [this] { return idle.isIdle(); },
-            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); }};
+            [this](std::uint32_t device, std::uint32_t event) { deliver(device, event); },
+            [this] {
+                for (const auto& agent : agents.all()) agent->persistAgain();
+            }};
 }
 
 control::HostInformation Host::Services::information() const {
@@ -135,6 +146,12 @@ void Host::Services::observeOutcomes() {
     state->notifications->observe([this](const Notification& sent) { journal.notified(sent); });
     state->history.observe([this](const HistoryRecord& record) { journal.recorded(record); });
     metrics.observe([this](const Metric& metric) { journal.measured(metric); });
+    nv::hosting::TransportSettings transport = transportSettings(configuration, root);
+    transport.downloadFailed = [this](const std::string& url, const std::string& reason) {
+        const std::string_view name = std::string_view(url).substr(url.rfind('/') + 1);
+        if (const auto file = control::percentDecoded(name)) journal.downloadFailed(*file, reason);
+    };
+    nv::hosting::configureTransport(loop, std::move(transport));
     observeErrors([this, owner = std::this_thread::get_id()](const std::string& text) {
         if (std::this_thread::get_id() == owner) journal.errorLogged(text);
     });
@@ -156,6 +173,7 @@ void Host::Services::becameIdle() {
     if (Result<> flushed = drivers.flush(); !flushed) log::error(flushed.error().message);
     // Answers and listings may have taken many times what the host has need of between runs.
     malloc_trim(0);
+    temporary->keep();
 }
 
 Result<> Host::Services::startAgents() {
@@ -223,9 +241,15 @@ Host::~Host() {
 
 Result<std::unique_ptr<Host>> Host::start(const Configuration& configuration,
                                           const ControllerRoot& root) {
+    const std::size_t descriptors = process::raiseDescriptorLimit();
     Result<std::unique_ptr<HostState>> state = HostState::open(root);
     if (!state) return tl::unexpected(state.error());
-    auto services = std::make_unique<Services>(configuration, root, std::move(*state));
+    Result<std::unique_ptr<TemporaryFolder>> temporary = TemporaryFolder::enter(root);
+    if (!temporary) return tl::unexpected(temporary.error());
+    auto services =
+        std::make_unique<Services>(configuration, root, std::move(*state), std::move(*temporary));
+    warnOfShortcomings(configuration, root, services->state->project,
+                       nv::hosting::transportOf(services->loop), descriptors);
     if (Result<> checked = services->drivers.checkAll(); !checked) {
         return tl::unexpected(checked.error());
     }

@@ -1,8 +1,10 @@
 #include "runtime/hosted_agent.h"
 
+#include <cstdio>
 #include <utility>
 
 #include "common/log.h"
+#include "root/temporary_folder.h"
 #include "runtime/command_message.h"
 #include "runtime/guard.h"
 #include "services/agent_settings.h"
@@ -60,6 +62,7 @@ Result<> HostedAgent::start() {
 
 Result<std::optional<std::string>> HostedAgent::runCommand(
     const std::string& command, const std::map<std::string, std::string>& parameters) {
+    surroundings_.temporary.keep();
     const CommandMessage message(command, parameters);
     nv::XmlNode::Ptr answer;
     bool known = false;
@@ -80,6 +83,7 @@ Result<std::optional<std::string>> HostedAgent::runCommand(
 }
 
 void HostedAgent::deliver(std::uint32_t eventId) {
+    surroundings_.temporary.keep();
     logged("the delivery of event " + std::to_string(eventId),
            [&] { operations().OnSchedulerEvent(eventId); });
     persist();
@@ -91,7 +95,26 @@ Result<> HostedAgent::persist() {
         log::error(fmt::format("settings of agent {} could not be stored: {}", name_,
                                collected.error().message));
     }
+    unstored_ = !collected;
     return collected;
+}
+
+void HostedAgent::persistAgain() {
+    if (unstored_) persist();
+}
+
+void HostedAgent::persistFinally() {
+    if (persist()) return;
+    std::string lost;
+    logged("GetPersistData", [&] { lost = surroundings_.settings.unstored(name_, operations()); });
+    if (lost.empty()) return;
+    const std::string text = fmt::format(
+        "settings of agent {} are lost with this stop, since they could not be stored; "
+        "set them again: {}",
+        name_, lost);
+    log::error(text);
+    // The log lies on the same disk.
+    std::fprintf(stderr, "overseer: %s\n", text.c_str());
 }
 
 nv::XmlNode::Ptr HostedAgent::persistedNode() {

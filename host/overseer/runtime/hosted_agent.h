@@ -18,6 +18,7 @@ class AgentSettings;
 class History;
 class Notifications;
 class Scheduler;
+class TemporaryFolder;
 class Variables;
 
 /// What every agent of the host stands on. All of it outlives the agents.
@@ -31,6 +32,7 @@ struct AgentSurroundings {
     Notifications& notifications;
     Scheduler& scheduler;
     AgentSettings& settings;
+    TemporaryFolder& temporary;
 };
 
 /// One agent: the object out of its library, and the host as this object sees it.
@@ -60,6 +62,10 @@ class HostedAgent : public IDriverHost {
     /// Stores what the agent persists, when it changed. A failure is logged too, and the next call
     /// tries again.
     Result<> persist();
+    /// The same, where the last time failed: for whenever the disk may have room again.
+    void persistAgain();
+    /// The same for the last time; says what is lost when it fails.
+    void persistFinally();
     /// What would be stored now; a null node when there is none.
     nv::XmlNode::Ptr persistedNode();
     std::vector<std::string> plainCommands();
@@ -86,6 +92,7 @@ class HostedAgent : public IDriverHost {
     std::shared_ptr<PluginLibrary> library_;
     std::string name_;
     CreationContext context_;
+    bool unstored_ = false;
     PluginLibrary::Driver driver_;  ///< last, since it uses all the others until it is gone
 };
 

@@ -3,6 +3,8 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <exception>
 
+#include "common/log.h"
+
 namespace overseer {
 namespace {
 
@@ -16,7 +18,16 @@ std::string textOf(const nv::XmlNode& node) {
 Result<nv::XmlNode::Ptr> AgentSettings::restore(const std::string& agent) {
     const Result<std::string> xml = stored(agent);
     if (!xml) return tl::unexpected(xml.error());
-    return nv::CreateXmlDocument(*xml)->GetRoot();
+    nv::XmlNode::Ptr node = nv::CreateXmlDocument(*xml)->GetRoot();
+    if (xml->empty() || !node->IsEmpty()) return node;
+    // Defaults in the place of settings may switch on what somebody has switched off: never without
+    // a word.
+    const std::optional<std::string> copy = store_.copyOf(agent);
+    if (copy) node = nv::CreateXmlDocument(*copy)->GetRoot();
+    log::error(fmt::format("the stored settings of {} cannot be understood; {}", agent,
+                           copy ? "those of their copy are in force: look at them"
+                                : "it starts with its defaults: set them again"));
+    return node;
 }
 
 Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& operations) {
@@ -34,6 +45,23 @@ Result<> AgentSettings::collect(const std::string& agent, IDriverOperations& ope
     const Result<bool> written = store_.store(agent, xml);
     if (!written) return tl::unexpected(written.error());
     return {};
+}
+
+std::string AgentSettings::unstored(const std::string& agent, IDriverOperations& operations) {
+    const nv::XmlNode::Ptr node =
+        operations.GetPersistState() ? operations.GetPersistData() : nullptr;
+    const Result<nv::XmlNode::Ptr> known = restore(agent);
+    if (!node) return {};
+    std::string lost;
+    for (nv::XmlNodeIterator children = node->GetIterator(); children.HasNext();) {
+        const nv::XmlNode::Ptr child = children.Next();
+        const std::string name = child->GetName();
+        if (known && (*known)->ChildExists(name) &&
+            (*known)->GetChildData(name) == child->GetData())
+            continue;
+        lost += fmt::format("{}{} \"{}\"", lost.empty() ? "" : ", ", name, child->GetData());
+    }
+    return lost;
 }
 
 Result<std::string> AgentSettings::stored(const std::string& agent) {

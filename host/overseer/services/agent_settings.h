@@ -20,10 +20,13 @@ class AgentSettings {
     /// Asks the agent for its node and stores it when it changed; does nothing for an agent that
     /// has none or does not want to be asked. What the agent throws becomes an error.
     Result<> collect(const std::string& agent, IDriverOperations& operations);
-    /// What is stored, as XML text; empty when nothing is.
-    Result<std::string> stored(const std::string& agent);
+    /// What the agent would lose if it ended now: children of its node whose text is not stored, as
+    /// `NAME "TEXT", …`; empty when there are none. Throws what the agent throws.
+    std::string unstored(const std::string& agent, IDriverOperations& operations);
 
   private:
+    Result<std::string> stored(const std::string& agent);
+
     PersistedNodes& store_;
 };
 

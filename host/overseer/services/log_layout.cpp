@@ -5,8 +5,6 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <ctime>
 
 #include "state/utc_time.h"
 
@@ -52,18 +50,6 @@ std::string baseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-/// "2026-11-23T02:03:04.567+01:00"
-std::string localText(UtcMilliseconds time) {
-    const std::time_t seconds = static_cast<std::time_t>(time / 1000);
-    std::tm fields{};
-    if (localtime_r(&seconds, &fields) == nullptr) return utcText(time);
-    const long minutes = std::labs(fields.tm_gmtoff) / 60;
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}{}{:02}:{:02}",
-                       fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour,
-                       fields.tm_min, fields.tm_sec, time % 1000, fields.tm_gmtoff < 0 ? '-' : '+',
-                       minutes / 60, minutes % 60);
-}
-
 }  // namespace
 
 std::string escapeControlCharacters(const std::string& text) {
@@ -89,9 +75,8 @@ void EscapingLayout::formatAndAppend(log4cplus::tostream& output,
     const UtcMilliseconds time = std::chrono::duration_cast<std::chrono::milliseconds>(
                                      event.getTimestamp().time_since_epoch())
                                      .count();
-    output << (localTime_ ? localText(time) : utcText(time)) << ' '
-           << fmt::format("{:<5}", llmCache.toString(event.getLogLevel())) << ' '
-           << escapeControlCharacters(event.getMessage());
+    output << utcText(time) << ' ' << fmt::format("{:<5}", llmCache.toString(event.getLogLevel()))
+           << ' ' << escapeControlCharacters(event.getMessage());
     if (!event.getFile().empty())
         output << " (" << escapeControlCharacters(baseName(event.getFile())) << ':'
                << event.getLine() << ')';

@@ -13,13 +13,8 @@ std::string escapeControlCharacters(const std::string& text);
 /// `2026-11-23T01:02:03.456Z INFO  TEXT (FILE:LINE)`, one line for each event.
 class EscapingLayout : public log4cplus::Layout {
   public:
-    /// @param localTime  times of the wall clock with their distance to UTC instead of UTC
-    explicit EscapingLayout(bool localTime) : localTime_(localTime) {}
     void formatAndAppend(log4cplus::tostream& output,
                          const log4cplus::spi::InternalLoggingEvent& event) override;
-
-  private:
-    bool localTime_;
 };
 
 }  // namespace overseer

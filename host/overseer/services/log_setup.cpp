@@ -1,6 +1,5 @@
 #include "services/log_setup.h"
 
-#include <log4cplus/consoleappender.h>
 #include <log4cplus/fileappender.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/nullappender.h>
@@ -74,17 +73,7 @@ Result<> checkWritable(const boost::filesystem::path& file) {
                    std::generic_category().message(errno));
 }
 
-void addAppender(log4cplus::Logger& root, log4cplus::Appender* appender, bool localTime) {
-    log4cplus::SharedAppenderPtr shared(appender);
-    shared->setLayout(std::make_unique<EscapingLayout>(localTime));
-    root.addAppender(shared);
-}
-
 }  // namespace
-
-bool isLogLevel(const std::string& level) {
-    return levelOf(level).has_value();
-}
 
 Result<> setUpLog(const LogSettings& settings) {
     const std::optional<log4cplus::LogLevel> level = levelOf(settings.level);
@@ -96,12 +85,10 @@ Result<> setUpLog(const LogSettings& settings) {
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.removeAllAppenders();
     root.setLogLevel(*level);
-    addAppender(
-        root,
-        new LastingLog(file.string(), static_cast<long>(settings.fileBytes), settings.rotatedFiles),
-        settings.localTime);
-    if (settings.console)
-        addAppender(root, new log4cplus::ConsoleAppender(true, true), settings.localTime);
+    log4cplus::SharedAppenderPtr appender(new LastingLog(
+        file.string(), static_cast<long>(settings.fileBytes), settings.rotatedFiles));
+    appender->setLayout(std::make_unique<EscapingLayout>());
+    root.addAppender(appender);
     return {};
 }
 

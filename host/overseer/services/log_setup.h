@@ -13,14 +13,9 @@ namespace overseer {
 struct LogSettings {
     boost::filesystem::path folder;  ///< of `overseer.log`; exists
     std::string level = "info";      ///< error, warn, info, debug or trace
-    bool console = false;            ///< to standard error too
-    bool localTime = false;          ///< times as the wall clock shows them, UTC otherwise
     std::size_t fileBytes = 10u << 20;
     int rotatedFiles = 5;  ///< overseer.log.1 to .5 beside it
 };
-
-/// Whether `level` is one that LogSettings takes.
-bool isLogLevel(const std::string& level);
 
 /// Sets log4cplus' root logger up; again with other settings, those count from then on. Lines read
 /// `TIME LEVEL TEXT (FILE:LINE)`; control characters in the text are escaped here and nowhere else.

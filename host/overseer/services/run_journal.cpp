@@ -5,6 +5,8 @@
 #include <optional>
 #include <utility>
 
+#include "common/log.h"
+
 namespace overseer {
 namespace {
 
@@ -61,10 +63,6 @@ void RunJournal::take(Run& run, const RunStart& start) const {
     }
 }
 
-bool RunJournal::isRunning(const std::string& agent) const {
-    return running_.contains(agent);
-}
-
 void RunJournal::runFailed(const std::string& agent, const std::string& reason) {
     queryFailed(agent, reason);
 }
@@ -116,6 +114,12 @@ void RunJournal::measured(const Metric& metric) {
     }
 }
 
+void RunJournal::downloadFailed(const std::string& file, const std::string& reason) {
+    for (auto& [agent, run] : running_) {
+        if (run.files.contains(file)) run.downloadFailures[file] = reason;
+    }
+}
+
 void RunJournal::errorLogged(const std::string& text) {
     const std::size_t cause = text.find(kErrorCause);
     if (!text.starts_with(kErrorPrefix) || cause == std::string::npos) return;
@@ -136,6 +140,8 @@ void RunJournal::report(const std::string& agent, const std::string& file, FileO
     if (outcome < result.outcome) return;
     result.outcome = outcome;
     result.reason = reason;
+    const auto cause = running->second.downloadFailures.extract(file);
+    if (cause && outcome == FileOutcome::kFailed) result.reason += ": " + cause.mapped();
 }
 
 void RunJournal::queryFailed(const std::string& agent, const std::string& reason) {
@@ -174,6 +180,14 @@ Result<> RunJournal::end(const std::string& agent, Run& run) {
 
 void RunJournal::settle(const Run& run, FileResult& file) const {
     file.versionAfter = versionOf_(file.name);
+    if (file.outcome == FileOutcome::kUpdated && file.versionAfter <= file.versionBefore) {
+        file.reason = fmt::format("its package is of version {}, not newer", file.versionAfter);
+        log::warn(fmt::format(
+            "{} was updated, but its package is of version {} and version {} was installed: the "
+            "catalogue names a higher one than the package has, and every run will fetch it again. "
+            "Mend the catalogue's entry, or `overseerctl exclude add {}`",
+            file.name, file.versionAfter, file.versionBefore, file.name));
+    }
     if (file.outcome != FileOutcome::kNotOffered) return;
     if (run.excluded.contains(file.name)) {
         file.outcome = FileOutcome::kExcluded;

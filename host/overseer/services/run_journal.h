@@ -36,7 +36,6 @@ class RunJournal {
 
     /// A run begins; one that is still under way goes on instead and takes the new files in.
     void runStarted(const std::string& agent, const RunStart& start);
-    bool isRunning(const std::string& agent) const;
     /// What should have made the run did not: counts as a query that failed for this reason.
     void runFailed(const std::string& agent, const std::string& reason);
     /// Nothing is in flight any more: ends all runs under way.
@@ -47,6 +46,9 @@ class RunJournal {
     void notified(const Notification& notification);
     void recorded(const HistoryRecord& record);
     void measured(const Metric& metric);
+    /// To be told of every download that failed: what the agent tells of that file only names what
+    /// came of it.
+    void downloadFailed(const std::string& file, const std::string& reason);
     /// To be told of every ERROR line; any thread. A query's failure is logged with its cause
     /// before it is notified without.
     void errorLogged(const std::string& text);
@@ -60,6 +62,7 @@ class RunJournal {
         RunSummary summary;
         std::map<std::string, FileResult> files;
         std::set<std::string> excluded;
+        std::map<std::string, std::string> downloadFailures;  ///< reasons by file
     };
 
     static FileResult& fileOf(Run& run, const std::string& name);

@@ -119,20 +119,18 @@ Result<std::size_t> Scheduler::fire(std::uint32_t eventId) {
     return listeners.size();
 }
 
-std::vector<ScheduleListing> Scheduler::list(bool withHidden) const {
+std::vector<ScheduleListing> Scheduler::list() const {
     std::vector<ScheduleListing> listing;
     for (const auto& [id, entry] : entries_) {
         const StoredScheduleEntry& stored = entry.stored;
-        if (stored.hidden && !withHidden) continue;
+        if (stored.hidden) continue;
         ScheduleListing line;
         line.id = id;
         line.name = stored.name;
         line.deviceId = stored.deviceId;
         line.enabled = stored.enabled;
-        line.hidden = stored.hidden;
         line.intervalDays = stored.intervalDays;
         line.listeners.assign(entry.listeners.begin(), entry.listeners.end());
-        line.waiting = isWaiting(id);
         if (entry.next) line.next = toMilliseconds(entry.next->instant);
         if (stored.lastDelivery != 0) line.lastDelivery = stored.lastDelivery;
         listing.push_back(std::move(line));
@@ -155,11 +153,6 @@ void Scheduler::plan(Entry& entry, std::time_t after) {
         last > local_time::fromUtc(after).date() + boost::gregorian::days(kForgottenFutureDays))
         last = {};
     entry.next = local_time::nextOccurrence(ruleOf(entry.stored), after, last);
-}
-
-bool Scheduler::isWaiting(std::uint32_t eventId) const {
-    return std::any_of(pending_.begin(), pending_.end(),
-                       [&](const Pending& held) { return held.eventId == eventId; });
 }
 
 }  // namespace overseer

@@ -25,12 +25,10 @@ struct ScheduleListing {
     std::string name;
     std::uint32_t deviceId = 0;
     bool enabled = true;
-    bool hidden = false;
     std::optional<UtcMilliseconds> next;          ///< none when it never fires again
     std::optional<UtcMilliseconds> lastDelivery;  ///< none when it was never delivered
     unsigned int intervalDays = 1;
     std::vector<std::uint32_t> listeners;  ///< device ids
-    bool waiting = false;                  ///< due, and held back by the gap or a busy network
 };
 
 /// The host's schedule: entries that survive restarts, listeners that register anew each time.
@@ -63,6 +61,8 @@ class Scheduler : public nv::scheduler::IScheduler {
         ScheduleStore& store;
         std::function<bool()> networkIdle;
         Delivery deliver;
+        /// Called at each look at the clock, before anything is delivered; may be empty.
+        std::function<void()> looked = {};
     };
 
     explicit Scheduler(Surroundings surroundings);
@@ -87,8 +87,8 @@ class Scheduler : public nv::scheduler::IScheduler {
     /// Delivers to all listeners at once, for a person who asks; leaves the times as they are.
     /// @return to how many devices; an error when there is no such entry or nobody listens
     Result<std::size_t> fire(std::uint32_t eventId);
-    /// In order of id. @param withHidden  those that are left out of listings for users too
-    std::vector<ScheduleListing> list(bool withHidden) const;
+    /// Those that users are shown, in order of id.
+    std::vector<ScheduleListing> list() const;
 
   private:
     struct Entry {
@@ -117,7 +117,6 @@ class Scheduler : public nv::scheduler::IScheduler {
     void noteDelivery(Entry& entry);
     void arm();
     std::chrono::milliseconds untilNextLook() const;
-    bool isWaiting(std::uint32_t eventId) const;
 
     Surroundings surroundings_;
     bool running_ = false;

@@ -28,6 +28,7 @@ log4cplus::Logger logger() {
 
 void Scheduler::step() {
     if (!running_) return;
+    if (surroundings_.looked) surroundings_.looked();
     followClock();
     collectDue();
     deliverDue();

@@ -7,22 +7,12 @@
 #include <sstream>
 
 namespace overseer {
-namespace {
-
-void add(pugi::xml_node versions, const std::string& name, const std::string& version) {
-    pugi::xml_node entry = versions.append_child("version");
-    entry.append_attribute("name").set_value(name.c_str());
-    entry.append_attribute("version").set_value(version.c_str());
-}
-
-}  // namespace
-
-std::string versionDocument(const std::string& version,
-                            const std::map<std::string, std::string>& others) {
+std::string versionDocument(const std::string& version) {
     pugi::xml_document document;
     pugi::xml_node versions = document.append_child("versions");
-    add(versions, "Overseer", version);
-    for (const auto& [name, otherVersion] : others) add(versions, name, otherVersion);
+    pugi::xml_node host = versions.append_child("version");
+    host.append_attribute("name").set_value("Overseer");
+    host.append_attribute("version").set_value(version.c_str());
     std::ostringstream text;
     versions.print(text, "", pugi::format_raw);
     return text.str();

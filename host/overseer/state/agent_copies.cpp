@@ -86,14 +86,6 @@ Result<> write(const fs::path& folder, const std::string& agent, const std::stri
     return written ? flushFolder(folder) : written;
 }
 
-Result<> remove(const fs::path& folder, const std::string& agent) {
-    const fs::path file = folder / fileNameOf(agent);
-    boost::system::error_code error;
-    fs::remove(file, error);
-    if (error) return failure("cannot remove {}: {}", file.string(), error.message());
-    return {};
-}
-
 std::map<std::string, std::string> readAll(const fs::path& folder) {
     std::map<std::string, std::string> copies;
     boost::system::error_code error;

@@ -13,7 +13,6 @@ namespace overseer::agent_copies {
 /// Puts a copy in place by rename, flushed before; makes the folder when it is missing.
 Result<> write(const boost::filesystem::path& folder, const std::string& agent,
                const std::string& xml);
-Result<> remove(const boost::filesystem::path& folder, const std::string& agent);
 /// Every copy that holds well-formed XML, by agent name; others are passed over.
 std::map<std::string, std::string> readAll(const boost::filesystem::path& folder);
 

@@ -2,11 +2,13 @@
 
 #include <sqlite3.h>
 
+#include <unistd.h>
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
 
+#include "common/system_failure.h"
 #include "root/placement.h"
 #include "state/agent_copies.h"
 #include "state/carry_over.h"
@@ -51,8 +53,14 @@ Result<std::string> firstText(sqlite3* connection, std::string_view sql) {
 /// Tells a file that is no sound database from one that cannot be used for another reason.
 Result<Finding> judge(sqlite3* connection, const Error& cause) {
     const int code = sqlite3_errcode(connection);
-    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB)
-        return Finding{Condition::kDamaged, sqlite3_errstr(code)};
+    // What is asked here is always well put: an error without a name comes from the file.
+    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_ERROR)
+        return Finding{Condition::kDamaged, sqlite3_errmsg(connection)};
+    if (code == SQLITE_BUSY || code == SQLITE_LOCKED)
+        return failure(
+            "another program keeps {} locked (database is locked): close it, then start "
+            "again",
+            sqlite3_db_filename(connection, "main"));
     return tl::unexpected(cause);
 }
 
@@ -60,8 +68,10 @@ Result<Finding> examineTables(sqlite3* connection, const fs::path& file) {
     const Result<std::string> version = firstText(connection, "PRAGMA user_version");
     if (!version) return judge(connection, version.error());
     if (std::stoi(*version) > schema::kVersion)
-        return failure("{} was written by a newer version of this program (schema {}, known {})",
-                       file.string(), *version, schema::kVersion);
+        return failure(
+            "{} was written by a newer version of this program (schema {}, known {}); "
+            "install that, or put a backup back",
+            file.string(), *version, schema::kVersion);
     const Result<std::optional<std::string>> wrong = schema::check(connection);
     if (!wrong) return judge(connection, wrong.error());
     if (*wrong) return Finding{Condition::kDamaged, **wrong};
@@ -184,6 +194,12 @@ Database::~Database() = default;
 Result<std::unique_ptr<Database>> Database::open(const fs::path& stateFolder, UtcMilliseconds now) {
     const fs::path file = stateFolder / kFileName;
     const fs::path copies = stateFolder / kCopiesFolder;
+    if (::access(stateFolder.c_str(), W_OK) != 0) {
+        return systemFailure(
+            "the folder " + stateFolder.string() +
+                " must be writable for the database; check its owner, mode and mount",
+            errno);
+    }
     const Result<Finding> finding = examine(file);
     if (!finding) return inContext("cannot use the database", finding.error());
     Result<std::optional<std::string>> repair = std::optional<std::string>();

@@ -55,22 +55,11 @@ Result<> HistoryStore::prune(const std::string& agent) {
     return statement->add(agent).add(asLimit(recordsPerAgent_)).run();
 }
 
-Result<std::vector<HistoryRecord>> HistoryStore::since(std::int64_t id, std::size_t limit) {
-    auto statement = Statement::prepare(
-        database_.relaxed(), std::string(kSelectHistory) + "WHERE id>? ORDER BY id LIMIT ?");
+Result<std::vector<HistoryRecord>> HistoryStore::last(std::size_t count) {
+    auto statement = Statement::prepare(database_.relaxed(),
+                                        std::string(kSelectHistory) + "ORDER BY id DESC LIMIT ?");
     if (!statement) return tl::unexpected(statement.error());
-    return readAll(statement->add(id).add(asLimit(limit)));
-}
-
-Result<std::vector<HistoryRecord>> HistoryStore::last(std::size_t count, const std::string& agent) {
-    auto statement = Statement::prepare(
-        database_.relaxed(),
-        std::string(kSelectHistory) + (agent.empty() ? "ORDER BY id DESC LIMIT ?1"
-                                                     : "WHERE agent=?2 ORDER BY id DESC LIMIT ?1"));
-    if (!statement) return tl::unexpected(statement.error());
-    statement->add(asLimit(count));
-    if (!agent.empty()) statement->add(agent);
-    Result<std::vector<HistoryRecord>> records = readAll(*statement);
+    Result<std::vector<HistoryRecord>> records = readAll(statement->add(asLimit(count)));
     if (records) std::reverse(records->begin(), records->end());
     return records;
 }

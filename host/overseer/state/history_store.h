@@ -34,10 +34,8 @@ class HistoryStore {
     /// agent has at most a hundredth more than that.
     /// @return the id that it got
     Result<std::int64_t> add(const HistoryRecord& record);
-    /// Records with an id above `id`, oldest first, `limit` at most.
-    Result<std::vector<HistoryRecord>> since(std::int64_t id, std::size_t limit);
-    /// The last `count` records, oldest first. @param agent  of one agent only; empty for all
-    Result<std::vector<HistoryRecord>> last(std::size_t count, const std::string& agent = "");
+    /// The last `count` records, oldest first.
+    Result<std::vector<HistoryRecord>> last(std::size_t count);
 
   private:
     Result<> prune(const std::string& agent);

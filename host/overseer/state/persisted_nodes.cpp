@@ -13,6 +13,12 @@ Result<std::optional<std::string>> PersistedNodes::find(const std::string& agent
     return *row ? std::optional(statement->text(0)) : std::nullopt;
 }
 
+std::optional<std::string> PersistedNodes::copyOf(const std::string& agent) const {
+    const auto copies = agent_copies::readAll(database_.copiesFolder());
+    const auto found = copies.find(agent);
+    return found != copies.end() ? std::optional(found->second) : std::nullopt;
+}
+
 Result<bool> PersistedNodes::store(const std::string& agent, const std::string& xml) {
     const Result<std::optional<std::string>> stored = find(agent);
     if (!stored) return tl::unexpected(stored.error());
@@ -23,15 +29,11 @@ Result<bool> PersistedNodes::store(const std::string& agent, const std::string& 
         return false;
     }
     copied_.erase(agent);
-    auto statement =
-        Statement::prepare(database_.durable(),
-                           xml.empty() ? "DELETE FROM persisted_nodes WHERE agent=?1"
-                                       : "INSERT INTO persisted_nodes(agent, node) VALUES(?1, ?2) "
-                                         "ON CONFLICT(agent) DO UPDATE SET node=excluded.node");
+    auto statement = Statement::prepare(database_.durable(),
+                                        "INSERT INTO persisted_nodes(agent, node) VALUES(?, ?) "
+                                        "ON CONFLICT(agent) DO UPDATE SET node=excluded.node");
     if (!statement) return tl::unexpected(statement.error());
-    statement->add(agent);
-    if (!xml.empty()) statement->add(xml);
-    if (auto written = statement->run(); !written)
+    if (auto written = statement->add(agent).add(xml).run(); !written)
         return inContext("cannot store the settings of " + agent, written.error());
     const Result<> copied = keepCopy(agent, xml);
     if (!copied) return tl::unexpected(copied.error());
@@ -40,23 +42,9 @@ Result<bool> PersistedNodes::store(const std::string& agent, const std::string& 
 
 Result<> PersistedNodes::keepCopy(const std::string& agent, const std::string& xml) {
     if (copied_.count(agent) != 0) return {};
-    Result<> copied = xml.empty() ? agent_copies::remove(database_.copiesFolder(), agent)
-                                  : agent_copies::write(database_.copiesFolder(), agent, xml);
+    Result<> copied = agent_copies::write(database_.copiesFolder(), agent, xml);
     if (copied) copied_.insert(agent);
     return copied;
-}
-
-Result<std::vector<std::string>> PersistedNodes::agents() {
-    auto statement =
-        Statement::prepare(database_.durable(), "SELECT agent FROM persisted_nodes ORDER BY agent");
-    if (!statement) return tl::unexpected(statement.error());
-    std::vector<std::string> agents;
-    for (;;) {
-        const Result<bool> row = statement->step();
-        if (!row) return tl::unexpected(row.error());
-        if (!*row) return agents;
-        agents.push_back(statement->text(0));
-    }
 }
 
 }  // namespace overseer

@@ -3,7 +3,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "state/database.h"
 
@@ -18,13 +17,12 @@ class PersistedNodes {
 
     /// Nothing when nothing was ever stored for the agent.
     Result<std::optional<std::string>> find(const std::string& agent);
-    /// Stores the text when it differs from what is stored; it survives a power cut then. Empty
-    /// text removes what is stored.
+    /// The copy of what was stored, for a text that turns out to be none. Nothing without one.
+    std::optional<std::string> copyOf(const std::string& agent) const;
+    /// Stores the text when it differs from what is stored; it survives a power cut then.
     /// @return whether something was written. An error when the copy could not be written although
     ///         the database was.
     Result<bool> store(const std::string& agent, const std::string& xml);
-    /// Names of all agents that have something stored, in ascending order.
-    Result<std::vector<std::string>> agents();
 
   private:
     Result<> keepCopy(const std::string& agent, const std::string& xml);

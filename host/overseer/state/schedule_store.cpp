@@ -108,10 +108,4 @@ Result<> ScheduleStore::update(const StoredScheduleEntry& entry) {
     return {};
 }
 
-Result<> ScheduleStore::remove(std::uint32_t id) {
-    auto statement = Statement::prepare(database_.durable(), "DELETE FROM schedule WHERE id=?");
-    if (!statement) return tl::unexpected(statement.error());
-    return statement->add(std::int64_t{id}).run();
-}
-
 }  // namespace overseer

@@ -38,7 +38,6 @@ class ScheduleStore {
     Result<std::uint32_t> add(const StoredScheduleEntry& entry);
     /// Writes name, state and last delivery of the entry with that id.
     Result<> update(const StoredScheduleEntry& entry);
-    Result<> remove(std::uint32_t id);
 
   private:
     Database& database_;

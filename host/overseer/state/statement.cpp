@@ -22,9 +22,12 @@ tl::unexpected<Error> databaseFailure(sqlite3* connection, std::string_view acti
     const bool tellSystemError =
         systemError != 0 && (code == SQLITE_CANTOPEN || code == SQLITE_IOERR);
     const char* file = sqlite3_db_filename(connection, "main");
-    return failure("{}: {}{}{}", action, sqlite3_errmsg(connection),
-                   tellSystemError ? fmt::format(" (error {} of the system)", systemError) : "",
-                   file != nullptr && *file != '\0' ? fmt::format(" [{}]", file) : "");
+    auto failed =
+        failure("{}: {}{}{}", action, sqlite3_errmsg(connection),
+                tellSystemError ? fmt::format(" (error {} of the system)", systemError) : "",
+                file != nullptr && *file != '\0' ? fmt::format(" [{}]", file) : "");
+    failed.value().ofMachine = true;
+    return failed;
 }
 
 Result<> execute(sqlite3* connection, const char* sql) {

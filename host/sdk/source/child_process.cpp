@@ -5,6 +5,7 @@
 
 #include <nvhost/children.h>
 #include <nvhost/environment.h>
+#include <nvhost/regular_file.h>
 
 #include <poll.h>
 #include <spawn.h>
@@ -19,10 +20,10 @@
 #include <mutex>
 #include <set>
 
-#include "regular_file.h"
-
 namespace nv {
 namespace {
+
+using hosting::Descriptor;
 
 constexpr std::array<const char*, 6> kPath = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                               "/usr/bin",        "/sbin",          "/bin"};
@@ -195,11 +196,6 @@ KeptExitStatus::~KeptExitStatus() {
 
 namespace hosting {
 
-std::size_t runningChildren() {
-    const std::lock_guard<std::mutex> lock(children().mutex);
-    return children().running.size();
-}
-
 void stopChildren() {
     const std::lock_guard<std::mutex> lock(children().mutex);
     children().stopped = true;
@@ -209,11 +205,6 @@ void stopChildren() {
 bool childrenStopped() {
     const std::lock_guard<std::mutex> lock(children().mutex);
     return children().stopped;
-}
-
-void allowChildren() {
-    const std::lock_guard<std::mutex> lock(children().mutex);
-    children().stopped = false;
 }
 
 }  // namespace hosting

@@ -1,6 +1,7 @@
 // Digests of files, over OpenSSL.
 
 #include <nv/crypto.h>
+#include <nvhost/regular_file.h>
 
 #include <openssl/evp.h>
 #include <unistd.h>
@@ -9,10 +10,12 @@
 #include <memory>
 #include <vector>
 
-#include "regular_file.h"
-
 namespace nv::crypto {
 namespace {
+
+using hosting::Descriptor;
+using hosting::lastError;
+using hosting::openRegularFile;
 
 using Digest = std::vector<unsigned char>;
 using Context = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;

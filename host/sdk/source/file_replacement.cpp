@@ -1,6 +1,7 @@
 // Files put in place of others: by renaming, so that a reader finds the old or the new one whole.
 
 #include <nv/file.h>
+#include <nvhost/regular_file.h>
 #include <nvhost/replacement.h>
 
 #include <fcntl.h>
@@ -14,10 +15,12 @@
 #include <set>
 #include <vector>
 
-#include "regular_file.h"
-
 namespace nv {
 namespace {
+
+using hosting::Descriptor;
+using hosting::lastError;
+using hosting::openRegularFile;
 
 using boost::filesystem::path;
 using boost::system::error_code;

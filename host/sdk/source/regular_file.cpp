@@ -1,11 +1,17 @@
-#include "regular_file.h"
+#include <nvhost/regular_file.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 #include <cerrno>
 #include <utility>
 
-namespace nv {
+namespace nv::hosting {
+
+namespace {
+
+constexpr std::size_t kLargestFile = 16u << 20;
+
+}  // namespace
 
 Descriptor::~Descriptor() {
     if (isOpen()) ::close(number_);
@@ -43,4 +49,30 @@ Descriptor openRegularFile(const std::string& path, boost::system::error_code& e
     return file;
 }
 
-}  // namespace nv
+std::string readRegularFile(const std::string& path, boost::system::error_code& error) {
+    struct stat status {};
+    const Descriptor file = openRegularFile(path, error, &status);
+    if (error) return {};
+    const auto tooLarge = make_error_code(boost::system::errc::file_too_large);
+    if (static_cast<std::uint64_t>(status.st_size) > kLargestFile) {
+        error = tooLarge;
+        return {};
+    }
+    // One byte more than expected shows the end in the last read, and a file that is growing.
+    std::string text(static_cast<std::size_t>(status.st_size) + 1, '\0');
+    std::size_t filled = 0;
+    for (;;) {
+        const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) error = lastError();
+        if (count <= 0) break;
+        filled += static_cast<std::size_t>(count);
+        if (filled > kLargestFile) error = tooLarge;
+        if (error) break;
+        if (filled == text.size()) text.resize(2 * filled);
+    }
+    text.resize(error ? 0 : filled);
+    return text;
+}
+
+}  // namespace nv::hosting

@@ -3,6 +3,7 @@
 #include <nv/system.h>
 
 #include <nvhost/environment.h>
+#include <nvhost/regular_file.h>
 
 #include <fcntl.h>
 #include <log4cplus/loggingmacros.h>
@@ -14,10 +15,12 @@
 
 #include "child_process.h"
 #include "command_line.h"
-#include "regular_file.h"
 
 namespace nv {
 namespace {
+
+using hosting::Descriptor;
+using hosting::lastError;
 
 constexpr int kNotStarted = 127;
 constexpr std::size_t kTail = 2048;

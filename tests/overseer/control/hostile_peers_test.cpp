@@ -84,6 +84,43 @@ TEST(Connections, BeyondTheLimitAreToldSo) {
     EXPECT_THAT(exchangeOnceServed(root.path()), HasSubstr(" 200 "));
 }
 
+TEST(Connections, ShareOneBudgetOfBodies) {
+    const TemporaryRoot root;
+    Limits limits;
+    limits.body = 1000;
+    limits.bodies = 1500;
+    limits.smallBody = 100;
+    RunningServer server(root.path(), limits);
+    const auto posted = [](std::size_t size, std::size_t sent) {
+        return fmt::format(
+            "POST /agents/updater/commands/GET_STATE HTTP/1.1\r\nContent-Length: {}\r\n\r\n{}",
+            size, "{}" + std::string(sent - 2, ' '));
+    };
+    {
+        RawPeer half(root.path());
+        half.send("GET /host HTTP/1.1\r\n\r\n" + posted(1000, 500));
+        EXPECT_THAT(half.readUntil("}\n"), HasSubstr(" 200 "));
+        for (const std::string& body :
+             {posted(501, 501),
+              std::string("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n")}) {
+            RawPeer more(root.path());
+            more.send(body);
+            const std::string reply = more.readToEnd();
+            EXPECT_THAT(reply, StartsWith("HTTP/1.1 503"));
+            EXPECT_THAT(reply, HasSubstr("Retry-After: "));
+            EXPECT_THAT(reply, HasSubstr("too_many_bodies"));
+        }
+        RawPeer small(root.path());
+        small.send(posted(100, 100) + posted(500, 500) + posted(500, 500));
+        for (int count = 0; count < 3; ++count) {
+            EXPECT_THAT(small.readUntil("</state>"), HasSubstr(" 200 "));
+        }
+    }
+    RawPeer later(root.path());
+    later.send(posted(1000, 1000));
+    EXPECT_THAT(later.readUntil("</state>"), HasSubstr(" 200 "));
+}
+
 TEST(Connections, ThatEndWhileTheyWaitGiveTheirPlaceBack) {
     const TemporaryRoot root;
     Limits limits;

@@ -2,6 +2,8 @@
 #include <nv/file.h>
 #include <nvhost/children.h>
 #include <nvhost/replacement.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "drivers/apply.h"
 #include "overseer/drivers/driver_site.h"
@@ -11,6 +13,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 using testing::HasSubstr;
+using testing::Not;
 
 class ApplyRefusal : public DriverSite {
   protected:
@@ -102,14 +105,52 @@ TEST_F(ApplyRefusal, onceAfterAReplacementThatFailed) {
     EXPECT_EQ(apply("l.nvz", Occasion::kAdd), "6");
 }
 
+/// No descriptor can be opened while it lives.
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+TEST_F(ApplyRefusal, takesNothingBackAtAStartForAFaultOfTheMachine) {
+    applyFive("l.nvz");
+    const std::string md5 = checksum("l.nvz");
+    folder.write("site/drivers/plain/b.nvi", manifestOf(5));
+    ASSERT_EQ(apply("b.nvi", Occasion::kUpdate), "5");
+    for (const char* name : {"l.nvz", "b.nvi"}) {
+        const auto applied = [&] {
+            const NoDescriptors none;
+            return application.apply(name, Occasion::kStart);
+        }();
+        ASSERT_FALSE(applied);
+        EXPECT_TRUE(applied.error().ofMachine);
+        EXPECT_THAT(applied.error().message, HasSubstr("Too many open files"));
+        EXPECT_THAT(applied.error().message, Not(HasSubstr("restore")));
+        EXPECT_EQ(recorded(name), 5);
+    }
+    EXPECT_EQ(checksum("l.nvz"), md5);
+}
+
 TEST_F(ApplyRefusal, withoutUnpackingWhileTheHostStops) {
     applyFive("l.nvz");
     fs::remove_all(copy("l.nvz"));
     fs::create_directory(copy("l.nvz"));
     package("l.nvz", 6);
-    nv::hosting::stopChildren();
-    expectRefused("l.nvz", Occasion::kUpdate);
-    nv::hosting::allowChildren();
+    const auto stopped = [this] {
+        nv::hosting::stopChildren();
+        expectRefused("l.nvz", Occasion::kUpdate);
+        ::_exit(HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(stopped(), testing::ExitedWithCode(0), "") << "in a process of its own";
     EXPECT_TRUE(fs::is_empty(copy("l.nvz")));
     EXPECT_EQ(apply("l.nvz", Occasion::kStart), "6") << "due again at the next start";
 }

@@ -29,15 +29,12 @@ const Damage kDamages[] = {
          fs::create_directory(copy);
      }},
     {"a member missing", [](const fs::path& copy) { fs::remove(copy / "scripts/ü b.lua"); }},
-    {"a member cut", [](const fs::path& copy) { fs::resize_file(copy / "www/icon.png", 4999); }},
     {"manifest changed, size kept",
      [](const fs::path& copy) {
          std::string text = contentOf(copy / "driver.xml");
          text.replace(text.find("Light"), 5, "Night");
          overwrite(copy / "driver.xml", text);
      }},
-    {"manifest of an older version",
-     [](const fs::path& copy) { overwrite(copy / "driver.xml", manifestOf(4)); }},
     {"manifest torn",
      [](const fs::path& copy) { overwrite(copy / "driver.xml", "<driver><version>9"); }},
     {"a file where a folder was",
@@ -177,21 +174,6 @@ TEST_F(Apply, readsABareDriversVersion) {
     ASSERT_TRUE(applied) << applied.error().message;
     EXPECT_EQ(applied->version, 7);
     EXPECT_EQ(applied->name, "B");
-}
-
-TEST_F(Apply, tellsAnAgentAndItsLibrary) {
-    const std::string agent = "<agent>true</agent><library>bin/a.so</library>";
-    writePackage(driverFile(root, "a.nvz"),
-                 {{"driver.xml", manifestOf(2, agent)}, {"bin/a.so", "ELF"}});
-    auto applied = application.apply("a.nvz", Occasion::kAdd);
-    ASSERT_TRUE(applied) << applied.error().message;
-    EXPECT_TRUE(applied->agent);
-    EXPECT_EQ(applied->library, "bin/a.so");
-    writePackage(driverFile(root, "a.nvz"), {{"driver.xml", manifestOf(3, agent)}});
-    applied = application.apply("a.nvz", Occasion::kAdd);
-    ASSERT_TRUE(applied) << applied.error().message;
-    EXPECT_TRUE(applied->agent);
-    EXPECT_EQ(applied->library, "") << "not in the package";
 }
 
 TEST_F(Apply, looksAtAStartOnlyAtWhatChanged) {

@@ -97,16 +97,12 @@ TEST_F(Install, placesAFileWithoutApplyingIt) {
 TEST_F(Install, placesNothingOverWhatIsThereWhenAnythingIsWrong) {
     const fs::path good = writePackage(folder / "good.nvz", membersOf(5));
     ASSERT_TRUE(placeDriver(good, "l.nvz", root, project));
-    std::string bytes = contentOf(writePackage(
-        folder / "crc.nvz", {{"driver.xml", manifestOf(6)}, {"data", std::string(9000, 'd')}}));
-    bytes[bytes.find("data") + 10] ^= 0x55;
     fs::create_symlink(good, folder / "link.nvz");
     ASSERT_EQ(::mkfifo((folder / "pipe.nvz").c_str(), 0600), 0);
     const auto reasonAgainst = [this](const fs::path& file, const std::string& name) {
         const auto placed = placeDriver(file, name, root, project);
         return placed ? std::string("placed") : placed.error().message;
     };
-    EXPECT_THAT(reasonAgainst(folder.write("crc.nvz", bytes), "l.nvz"), HasSubstr("\"data\""));
     for (const fs::path& file : {folder / "link.nvz", folder / "pipe.nvz", folder / "absent.nvz",
                                  folder.write("t", "x")}) {
         EXPECT_THAT(reasonAgainst(file, "l.nvz"), HasSubstr(file.string()));

@@ -23,7 +23,10 @@ TEST(Package, refusesMembersThatWouldNotStayInTheFolder) {
         {"does not stay", {{"a/..", "x"}}},
         {"does not stay", {{"/etc/evil", "x"}}},
         {"does not stay", {{"a//b", "x"}}},
-        {"does not stay", {{"./a", "x"}}},
+        {"does not stay", {{".//a", "x"}}},
+        {"does not stay", {{"./../a", "x"}}},
+        {"does not stay", {{".", "x"}}},
+        {"there twice", {{"./a", "x"}, {"a", "y"}}},
         {"does not stay", {{"../", "", S_IFDIR | 0755}}},
         {"leaves", {{"l", "/etc/passwd", kLink}}},
         {"leaves", {{"l", "..", kLink}}},
@@ -85,11 +88,12 @@ TEST(Package, refusesWhatWouldFillTheDisk) {
     EXPECT_LE(fs::file_size(folder / "out/lies"), 128u << 10);
 }
 
-TEST(Package, unpacksLinksThatStayInside) {
+TEST(Package, unpacksLinksThatStayInsideAndNamesThatBeginWithTheFolderItself) {
     const TemporaryFolder folder;
     const auto package =
         Package::open(writePackage(folder / "p", {{"driver.xml", manifestOf(1)},
-                                                  {"a/b/file", "x"},
+                                                  {"./", "", S_IFDIR | 0755},
+                                                  {"./a/./b/file", "x"},
                                                   {"a/b/up", "../../driver.xml", S_IFLNK | 0777},
                                                   {"dir", "a/b/", S_IFLNK | 0777}}));
     ASSERT_TRUE(package) << package.error().message;

@@ -58,7 +58,6 @@ TEST_F(AgentSettingsTest, GiveBackWhatTheAgentHandedOutLast) {
 TEST_F(AgentSettingsTest, KeepWhatIsStoredWhenTheAgentHasNothingToSay) {
     driver_.node = nv::CreateXmlNode("persist_data", "x");
     ASSERT_TRUE(settings_.collect("agent", driver_));
-    const std::string stored = valueOf(settings_.stored("agent"));
     driver_.node = nv::CreateXmlNode("persist_data", "y");
     driver_.asked = false;
     EXPECT_TRUE(settings_.collect("agent", driver_));
@@ -69,13 +68,27 @@ TEST_F(AgentSettingsTest, KeepWhatIsStoredWhenTheAgentHasNothingToSay) {
     const auto thrown = settings_.collect("agent", driver_);
     ASSERT_FALSE(thrown);
     EXPECT_THAT(thrown.error().message, HasSubstr("broken"));
-    EXPECT_EQ(valueOf(settings_.stored("agent")), stored);
+    EXPECT_EQ(valueOf(settings_.restore("agent"))->GetData(), "x");
 }
 
-TEST_F(AgentSettingsTest, AreAnEmptyNodeForANewAgent) {
-    const nv::XmlNode::Ptr restored = valueOf(settings_.restore("new"));
-    ASSERT_TRUE(restored);
-    EXPECT_TRUE(restored->IsEmpty());
+TEST_F(AgentSettingsTest, NameWhatWouldBeLostWhenTheyCannotBeStored) {
+    driver_.node = nv::CreateXmlNode("persist_data", "");
+    driver_.node->AddChild("enabled", false);
+    driver_.node->AddChild("excluded", "a");
+    ASSERT_TRUE(settings_.collect("agent", driver_));
+    EXPECT_EQ(settings_.unstored("agent", driver_), "");
+    driver_.node = nv::CreateXmlNode("persist_data", "");
+    driver_.node->AddChild("enabled", false);
+    driver_.node->AddChild("excluded", "a,b");
+    driver_.node->AddChild("more", true);
+    EXPECT_EQ(settings_.unstored("agent", driver_), "excluded \"a,b\", more \"true\"");
+}
+
+TEST_F(AgentSettingsTest, ComeFromTheirCopyWhenWhatIsStoredIsTorn) {
+    ASSERT_TRUE(nodes_.store("agent", "<persist_data>kept</persist_data>"));
+    ASSERT_TRUE(
+        execute(database_->durable(), "UPDATE persisted_nodes SET node='<persist_data>ke'"));
+    EXPECT_EQ(valueOf(settings_.restore("agent"))->GetData(), "kept");
 }
 
 TEST(History, StampsStoresAndTells) {
@@ -98,9 +111,6 @@ TEST(History, StampsStoresAndTells) {
 TEST(VersionDocument, NamesTheHostFirst) {
     EXPECT_EQ(versionDocument("3.2.1"),
               "<versions><version name=\"Overseer\" version=\"3.2.1\"/></versions>");
-    EXPECT_EQ(versionDocument("3.2.1", {{"a&b", "1"}}),
-              "<versions><version name=\"Overseer\" version=\"3.2.1\"/>"
-              "<version name=\"a&amp;b\" version=\"1\"/></versions>");
 }
 
 }  // namespace

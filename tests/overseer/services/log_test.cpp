@@ -9,7 +9,6 @@
 #include "services/log_layout.h"
 #include "services/log_setup.h"
 #include "state_folder.h"
-#include "zone_scope.h"
 
 namespace {
 
@@ -73,15 +72,6 @@ TEST_F(LogTest, WritesOneLineForEachRecordWhateverItsText) {
                              "\\(source\\.cpp:12\\)\n"));
 }
 
-TEST_F(LogTest, GivesWallClockTimesWithTheirDistanceToUtc) {
-    const ZoneScope zone("Asia/Kathmandu");
-    LogSettings local = settings();
-    local.localTime = true;
-    ASSERT_TRUE(setUpLog(local));
-    write("x");
-    EXPECT_THAT(log(), HasSubstr("+05:45 WARN  x"));
-}
-
 TEST_F(LogTest, CountsTheLastSettingsAndWritesEachLineOnce) {
     ASSERT_TRUE(setUpLog(settings()));
     LogSettings strict = settings();
@@ -102,16 +92,6 @@ TEST_F(LogTest, RotatesAndKeepsSoManyFiles) {
     EXPECT_THAT(folder_.names(), ElementsAre("overseer.log", "overseer.log.1", "overseer.log.2"));
     for (const std::string& name : folder_.names())
         EXPECT_LE(boost::filesystem::file_size(folder_.path() / name), 202u << 10) << name;
-}
-
-TEST_F(LogTest, AppendsToTheFileOfAnEarlierProcess) {
-    ASSERT_TRUE(setUpLog(settings()));
-    write("earlier");
-    closeLog();
-    ASSERT_TRUE(setUpLog(settings()));
-    write("later");
-    EXPECT_THAT(log(), HasSubstr("earlier"));
-    EXPECT_THAT(log(), HasSubstr("later"));
 }
 
 TEST_F(LogTest, SaysWhatIsWrongWithItsSettings) {

@@ -33,7 +33,8 @@ class SchedulerFixture : public testing::Test {
         store_ = std::make_unique<overseer::ScheduleStore>(*database_);
         scheduler_ = std::make_unique<overseer::Scheduler>(overseer::Scheduler::Surroundings{
             context_, clock_, *store_, [this] { return idle_; },
-            [this](std::uint32_t device, std::uint32_t event) { delivered(device, event); }});
+            [this](std::uint32_t device, std::uint32_t event) { delivered(device, event); },
+            [this] { ++looks_; }});
         ASSERT_TRUE(scheduler_->start());
     }
 
@@ -67,6 +68,7 @@ class SchedulerFixture : public testing::Test {
     boost::asio::io_context context_;
     std::shared_ptr<FakeClock> clock_;
     bool idle_ = true;
+    int looks_ = 0;
     std::vector<std::string> deliveries_;
     std::function<void()> onDelivery_;
     std::unique_ptr<overseer::Database> database_;

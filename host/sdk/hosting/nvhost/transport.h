@@ -90,6 +90,8 @@ struct TransportSettings {
     std::string proxyUser;
     std::string proxyPassword;
     std::string userAgent = "overseer";
+    /// Told of each nv::Curl transfer that failed, on the loop, before its owner is; may be empty.
+    std::function<void(const std::string& url, const std::string& reason)> downloadFailed;
 };
 
 /// The one transport of a loop, over libcurl's multi interface; made on first use. Its settings may
@@ -97,6 +99,9 @@ struct TransportSettings {
 void configureTransport(boost::asio::io_context& context, TransportSettings settings);
 const TransportSettings& transportSettings(boost::asio::io_context& context);
 Transport& transportOf(boost::asio::io_context& context);
+/// Whether the file can serve to verify peers: a regular one with at least one certificate and no
+/// damaged one. Clear when it can.
+boost::system::error_code checkCaFile(const std::string& path);
 /// Puts another transport in place, for tests.
 void replaceTransport(boost::asio::io_context& context, std::shared_ptr<Transport> transport);
 

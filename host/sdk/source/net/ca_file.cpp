@@ -1,5 +1,7 @@
 #include "ca_file.h"
 
+#include <nvhost/transport.h>
+
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -67,3 +69,11 @@ CaFiles::Seen CaFiles::look(const std::string& path) {
 }
 
 }  // namespace nv::net
+
+namespace nv::hosting {
+
+boost::system::error_code checkCaFile(const std::string& path) {
+    return net::CaFiles().look(path).error;
+}
+
+}  // namespace nv::hosting

@@ -267,7 +267,11 @@ void FileTransfer::finish(const Curl::Code& code) {
     const auto callbacks = std::exchange(callbacks_, nullptr);
     if (const auto ended = std::exchange(ended_, nullptr)) ended(*this);
     if (!callbacks) return;
-    if (!kept.ok()) logFailure("download", url_, kept.toString());
+    if (!kept.ok()) {
+        logFailure("download", url_, kept.toString());
+        const auto& told = hosting::transportSettings(context_).downloadFailed;
+        if (told) told(url_, kept.toString());
+    }
     if (callbacks->completed) callbacks->completed(self, kept);
 }
 

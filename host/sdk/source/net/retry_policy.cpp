@@ -130,7 +130,8 @@ std::optional<std::chrono::seconds> waitAfterStatus(const ResponseHead& head,
                                                     std::chrono::seconds usual, std::time_t now) {
     if (head.status != 429 && head.status != 503) return std::nullopt;
     const auto asked = parseRetryAfter(head.retryAfter, now);
-    if (!asked) return usual;
+    // A moment that has passed is no leave to ask again at once.
+    if (!asked || *asked == std::chrono::seconds::zero()) return usual;
     if (*asked > kLongestRetryAfter) return std::nullopt;
     return asked;
 }

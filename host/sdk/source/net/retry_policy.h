@@ -58,7 +58,8 @@ PartialFile describeWhole(const ResponseHead& head);
 bool continues(const PartialFile& file, const ResponseHead& head);
 
 /// How long to wait before trying again after a status: none when it must not be tried again.
-/// A server that asks for more than a minute is left alone.
+/// A server that asks for more than a minute is left alone; one that names no time, or one that
+/// has passed, is asked again after the usual one.
 std::optional<std::chrono::seconds> waitAfterStatus(const ResponseHead& head,
                                                     std::chrono::seconds usual, std::time_t now);
 

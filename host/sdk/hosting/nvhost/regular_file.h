@@ -4,7 +4,7 @@
 #include <boost/system/error_code.hpp>
 #include <string>
 
-namespace nv {
+namespace nv::hosting {
 
 /// Owns a descriptor.
 class Descriptor {
@@ -34,4 +34,7 @@ boost::system::error_code lastError();
 Descriptor openRegularFile(const std::string& path, boost::system::error_code& error,
                            struct stat* status = nullptr);
 
-}  // namespace nv
+/// Reads a regular file whole; one over 16 MB is an error.
+std::string readRegularFile(const std::string& path, boost::system::error_code& error);
+
+}  // namespace nv::hosting
