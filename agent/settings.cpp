@@ -5,9 +5,8 @@
 // excludedFiles.
 #include "norvane_agent_driverupdate.h"
 
-#include <nv/text.h>
-
 #include <algorithm>
+#include <string_view>
 
 RESULTX norvane_agent_driverupdate::Initialize(unsigned int deviceId,
                                                nv::XmlNode::Ptr& configuration,
@@ -45,11 +44,14 @@ nv::XmlNode::Ptr norvane_agent_driverupdate::GetPersistData() {
 }
 
 bool norvane_agent_driverupdate::isExcluded(const std::string& fileName) const {
-    // An element is a piece of the text: where the name does not occur at all, and that is the
-    // usual case over thousands of documents, there is nothing to split.
-    if (excludedFiles.find(fileName) == std::string::npos) return false;
-    const std::vector<std::string> names = StringToVector(excludedFiles, ",", false);
-    return std::find(names.begin(), names.end(), fileName) != names.end();
+    // In place, without a list of copies: an answer may ask a hundred thousand times.
+    if (fileName.empty()) return false;
+    for (std::string_view rest = excludedFiles; !rest.empty();) {
+        const std::size_t end = std::min(rest.find(','), rest.size());
+        if (rest.substr(0, end) == fileName) return true;
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return false;
 }
 
 nv::XmlNode::Ptr norvane_agent_driverupdate::OnCmdGetState(const ICmdMessage&) {

@@ -91,9 +91,10 @@ bool compare(const char* name, int rounds, double bound, const std::function<voi
         return times[times.size() / 2];
     };
     const double ratio = median(oursTimes) / median(peerTimes);
-    fmt::print("{:<22} {:>10.2f} ms  peer {:>10.2f} ms  ratio {:.2f}, promised {:.2f}: {}\n", name,
-               median(oursTimes), median(peerTimes), ratio, bound,
-               ratio <= bound ? "kept" : "BROKEN");
+    fmt::print(stderr, "{}: {:.2f} ms, peer {:.2f} ms\n", name, median(oursTimes),
+               median(peerTimes));
+    fmt::print("{}\t{:.3f}\t{:.2f}\t{}\n", name, ratio, bound,
+               ratio <= bound ? "kept" : "NOT REACHED");
     return ratio <= bound;
 }
 
@@ -144,7 +145,7 @@ bool measureShortCut() {
     const std::string command = offers->ToText();
 
     return compare(
-        "short cut, 1000 offers", 5, 1.3,
+        "evaluation: short cut, 1,000 offers", 5, 1.3,
         [&] {
             const nv::XmlNode::Ptr answer =
                 session.ask("EVALUATE_DRIVER", {{"cur_driver_files", command}});
@@ -213,9 +214,10 @@ bool measureUnpacking(const char* name, std::size_t size, int rounds, double bou
 }  // namespace
 
 int main() {
-    const bool results[] = {measureShortCut(),
-                            measureUnpacking("unpacking, 220 KB", kSmallPackage, 101, 1.5),
-                            measureUnpacking("unpacking, 20 MB", kLargePackage, 11, 1.15)};
+    const bool results[] = {
+        measureShortCut(),
+        measureUnpacking("evaluation: unpacking, 220 KB", kSmallPackage, 101, 1.5),
+        measureUnpacking("evaluation: unpacking, 20 MB", kLargePackage, 11, 1.15)};
     return std::all_of(std::begin(results), std::end(results), [](bool kept) { return kept; }) ? 0
                                                                                                : 1;
 }

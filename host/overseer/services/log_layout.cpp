@@ -5,24 +5,21 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <chrono>
-
-#include "state/utc_time.h"
+#include <iomanip>
 
 namespace overseer {
 namespace {
 
-bool isControl(unsigned char byte) {
-    return byte < 0x20 || byte == 0x7F;
-}
-
-/// Length in bytes of the C1 control (U+0080 to U+009F) or the line or paragraph separator (U+2028,
-/// U+2029) that begins at `at`, 0 for anything else.
-std::size_t hiddenControl(const std::string& text, std::size_t at) {
+/// How many bytes at `at` make a character that must not stand as it is: a control, a backslash, a
+/// C1 control (U+0080 to U+009F), a line or paragraph separator (U+2028, U+2029); 0 for any other.
+std::size_t lengthToEscape(const std::string& text, std::size_t at) {
     const auto byte = [&](std::size_t offset) {
         return at + offset < text.size() ? static_cast<unsigned char>(text[at + offset]) : 0;
     };
-    if (byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) <= 0x9F) return 2;
-    if (byte(0) == 0xE2 && byte(1) == 0x80 && (byte(2) == 0xA8 || byte(2) == 0xA9)) return 3;
+    const int first = byte(0);
+    if (first < 0x20 || first == 0x7F || first == '\\') return 1;
+    if (first == 0xC2 && byte(1) >= 0x80 && byte(1) <= 0x9F) return 2;
+    if (first == 0xE2 && byte(1) == 0x80 && (byte(2) == 0xA8 || byte(2) == 0xA9)) return 3;
     return 0;
 }
 
@@ -55,19 +52,17 @@ std::string baseName(const std::string& path) {
 std::string escapeControlCharacters(const std::string& text) {
     std::string output;
     output.reserve(text.size());
+    std::size_t plain = 0;  // from here on nothing had to be escaped so far
     for (std::size_t at = 0; at < text.size();) {
-        const std::size_t hidden = hiddenControl(text, at);
-        const std::size_t length = hidden == 0 ? 1 : hidden;
-        const bool escape =
-            hidden != 0 || isControl(static_cast<unsigned char>(text[at])) || text[at] == '\\';
-        for (const std::size_t end = at + length; at < end; ++at) {
-            if (escape)
-                appendEscaped(output, text[at]);
-            else
-                output += text[at];
+        const std::size_t length = lengthToEscape(text, at);
+        if (length == 0) {
+            ++at;
+            continue;
         }
+        output.append(text, plain, at - plain);
+        for (plain = at + length; at < plain; ++at) appendEscaped(output, text[at]);
     }
-    return output;
+    return output.append(text, plain, std::string::npos);
 }
 
 void EscapingLayout::formatAndAppend(log4cplus::tostream& output,
@@ -75,8 +70,13 @@ void EscapingLayout::formatAndAppend(log4cplus::tostream& output,
     const UtcMilliseconds time = std::chrono::duration_cast<std::chrono::milliseconds>(
                                      event.getTimestamp().time_since_epoch())
                                      .count();
-    output << utcText(time) << ' ' << fmt::format("{:<5}", llmCache.toString(event.getLogLevel()))
-           << ' ' << escapeControlCharacters(event.getMessage());
+    if (time != time_) {
+        time_ = time;
+        timeText_ = utcText(time);
+    }
+    output << timeText_ << ' ' << std::left << std::setw(5)
+           << llmCache.toString(event.getLogLevel()) << ' '
+           << escapeControlCharacters(event.getMessage());
     if (!event.getFile().empty())
         output << " (" << escapeControlCharacters(baseName(event.getFile())) << ':'
                << event.getLine() << ')';

@@ -3,6 +3,8 @@
 #include <log4cplus/layout.h>
 #include <string>
 
+#include "state/utc_time.h"
+
 namespace overseer {
 
 /// `text` with each control character (and DEL) as \n, \r, \t or \xHH and each backslash doubled,
@@ -15,6 +17,11 @@ class EscapingLayout : public log4cplus::Layout {
   public:
     void formatAndAppend(log4cplus::tostream& output,
                          const log4cplus::spi::InternalLoggingEvent& event) override;
+
+  private:
+    // Of the last line, since lines come in bursts; guarded by the appender's lock.
+    UtcMilliseconds time_ = 0;
+    std::string timeText_ = utcText(0);
 };
 
 }  // namespace overseer

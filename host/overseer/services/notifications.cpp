@@ -7,7 +7,7 @@ namespace overseer {
 namespace {
 
 /// Numbers are set apart in blocks, so that not every notification costs a write.
-constexpr std::uint64_t kNumbersPerBlock = 1000;
+constexpr std::uint64_t kNumbersPerBlock = 10'000;
 
 }  // namespace
 

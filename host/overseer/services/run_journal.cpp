@@ -1,8 +1,10 @@
 #include "services/run_journal.h"
 
-#include <nv/xml_node.h>
+#include <fmt/format.h>
 
 #include <optional>
+#include <pugixml.hpp>
+#include <string_view>
 #include <utility>
 
 #include "common/log.h"
@@ -78,14 +80,17 @@ void RunJournal::notified(const Notification& notification) {
     const bool concernsRuns = notification.xml.find(kUpdatedNode) != std::string::npos ||
                               notification.xml.find(kRefusedNode) != std::string::npos;
     if (!concernsRuns) return;
-    const nv::XmlNode::Ptr node = nv::CreateXmlDocument(notification.xml)->GetRoot();
-    const std::string file = node->GetChildData(kNameChild);
-    const std::string reason = node->GetChildData(kReasonChild);
-    if (node->IsName(kUpdatedNode)) {
+    pugi::xml_document document;
+    document.load_buffer(notification.xml.data(), notification.xml.size());
+    const pugi::xml_node node = document.document_element();
+    const std::string_view name = node.name();
+    const std::string file = node.child_value(kNameChild);
+    const std::string reason = node.child_value(kReasonChild);
+    if (name == kUpdatedNode) {
         report(notification.agent, file, FileOutcome::kUpdated, {});
-    } else if (node->IsName(kRefusedNode) && !node->ChildExists(kNameChild)) {
+    } else if (name == kRefusedNode && !node.child(kNameChild)) {
         queryFailed(notification.agent, reason);
-    } else if (node->IsName(kRefusedNode)) {
+    } else if (name == kRefusedNode) {
         // Only an answer of the catalogue leads here.
         if (const Result<RunRecord*> record = recordOf(notification.agent))
             (*record)->contact.lastReached = now();
@@ -136,12 +141,25 @@ void RunJournal::report(const std::string& agent, const std::string& file, FileO
                         const std::string& reason) {
     const auto running = running_.find(agent);
     if (running == running_.end() || file.empty()) return;
+    if (isBeyondListing(running->second, file, outcome)) return;
     FileResult& result = fileOf(running->second, file);
     if (outcome < result.outcome) return;
     result.outcome = outcome;
     result.reason = reason;
     const auto cause = running->second.downloadFailures.extract(file);
     if (cause && outcome == FileOutcome::kFailed) result.reason += ": " + cause.mapped();
+}
+
+bool RunJournal::isBeyondListing(Run& run, const std::string& file, FileOutcome outcome) {
+    // What a download came of is listed always: it costs the catalogue one to say so.
+    if (outcome >= FileOutcome::kFailed || run.files.contains(file)) return false;
+    if (run.strangers++ < kStrangersListed) return false;
+    if (run.strangers == kStrangersListed + 1)
+        log::warn(fmt::format(
+            "the catalogue answers with more than {} files that nobody asked for; the run's table "
+            "leaves out the rest",
+            kStrangersListed));
+    return true;
 }
 
 void RunJournal::queryFailed(const std::string& agent, const std::string& reason) {
@@ -200,11 +218,10 @@ void RunJournal::settle(const Run& run, FileResult& file) const {
 Result<RunRecord> RunJournal::find(const std::string& agent) {
     const Result<RunRecord*> record = recordOf(agent);
     if (!record) return tl::unexpected(record.error());
-    RunRecord found = **record;
-    if (const auto running = running_.find(agent); running != running_.end()) {
-        found.lastRun = running->second.summary;
-        for (const auto& [name, file] : running->second.files) found.lastRun->files.push_back(file);
-    }
+    const auto running = running_.find(agent);
+    if (running == running_.end()) return **record;
+    RunRecord found{running->second.summary, (*record)->contact};
+    for (const auto& [name, file] : running->second.files) found.lastRun->files.push_back(file);
     return found;
 }
 

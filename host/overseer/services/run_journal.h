@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nvhost/clock.h>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -29,6 +30,9 @@ struct RunStart {
 /// is idle; everything between belongs to the run. I/O thread only.
 class RunJournal {
   public:
+    /// Of the refused files that a run did not ask for, as many are listed.
+    static constexpr std::size_t kStrangersListed = 1000;
+
     using VersionOf = std::function<int(const std::string& fileName)>;
 
     /// `store` and what `versionOf` asks outlive it.
@@ -63,8 +67,10 @@ class RunJournal {
         std::map<std::string, FileResult> files;
         std::set<std::string> excluded;
         std::map<std::string, std::string> downloadFailures;  ///< reasons by file
+        std::size_t strangers = 0;  ///< reports of refused files that the run did not ask for
     };
 
+    static bool isBeyondListing(Run& run, const std::string& file, FileOutcome outcome);
     static FileResult& fileOf(Run& run, const std::string& name);
     void take(Run& run, const RunStart& start) const;
     void report(const std::string& agent, const std::string& file, FileOutcome outcome,

@@ -3,10 +3,6 @@
 namespace overseer {
 namespace {
 
-constexpr const char* kSelectDrivers =
-    "SELECT file_name, version, applied_md5, previous_md5, checked_size, checked_nanoseconds "
-    "FROM drivers ";
-
 DriverRecord recordOf(const Statement& row) {
     DriverRecord record;
     record.fileName = row.text(0);
@@ -20,16 +16,32 @@ DriverRecord recordOf(const Statement& row) {
 
 }  // namespace
 
-Result<std::optional<DriverRecord>> SqliteDriverLedger::find(const std::string& fileName) {
-    auto statement =
-        Statement::prepare(database_.durable(), std::string(kSelectDrivers) + "WHERE file_name=?");
+Result<> SqliteDriverLedger::readAll() {
+    if (read_) return {};
+    auto statement = Statement::prepare(
+        database_.durable(),
+        "SELECT file_name, version, applied_md5, previous_md5, checked_size, checked_nanoseconds "
+        "FROM drivers");
     if (!statement) return tl::unexpected(statement.error());
-    const Result<bool> row = statement->add(fileName).step();
-    if (!row) return tl::unexpected(row.error());
-    return *row ? std::optional(recordOf(*statement)) : std::nullopt;
+    for (;;) {
+        const Result<bool> row = statement->step();
+        if (!row) return tl::unexpected(row.error());
+        if (!*row) break;
+        DriverRecord record = recordOf(*statement);
+        records_.insert_or_assign(record.fileName, std::move(record));
+    }
+    read_ = true;
+    return {};
+}
+
+Result<std::optional<DriverRecord>> SqliteDriverLedger::find(const std::string& fileName) {
+    if (auto read = readAll(); !read) return tl::unexpected(read.error());
+    const auto found = records_.find(fileName);
+    return found == records_.end() ? std::nullopt : std::optional(found->second);
 }
 
 Result<> SqliteDriverLedger::store(const DriverRecord& record) {
+    if (auto read = readAll(); !read) return read;
     auto statement = Statement::prepare(
         database_.durable(),
         "INSERT INTO drivers(file_name, version, applied_md5, previous_md5, checked_size, "
@@ -42,20 +54,16 @@ Result<> SqliteDriverLedger::store(const DriverRecord& record) {
     statement->add(record.previousMd5).add(static_cast<std::int64_t>(record.checkedSize));
     if (auto written = statement->add(record.checkedNanoseconds).run(); !written)
         return inContext("cannot record " + record.fileName, written.error());
+    records_.insert_or_assign(record.fileName, record);
     return {};
 }
 
 Result<std::vector<DriverRecord>> SqliteDriverLedger::all() {
-    auto statement =
-        Statement::prepare(database_.durable(), std::string(kSelectDrivers) + "ORDER BY file_name");
-    if (!statement) return tl::unexpected(statement.error());
+    if (auto read = readAll(); !read) return tl::unexpected(read.error());
     std::vector<DriverRecord> records;
-    for (;;) {
-        const Result<bool> row = statement->step();
-        if (!row) return tl::unexpected(row.error());
-        if (!*row) return records;
-        records.push_back(recordOf(*statement));
-    }
+    records.reserve(records_.size());
+    for (const auto& [name, record] : records_) records.push_back(record);
+    return records;
 }
 
 }  // namespace overseer

@@ -142,6 +142,18 @@ TEST_F(RunJournalTest, HearsOnlyWhatConcernsTheAgentsRun) {
     EXPECT_THAT(lines(), ElementsAre("a.nvz 0>0 not offered"));
 }
 
+TEST_F(RunJournalTest, ListsOnlySoManyRefusedFilesThatNobodyAskedFor) {
+    start({"zz asked.nvz"});
+    for (std::size_t i = 0; i < RunJournal::kStrangersListed + 500; ++i)
+        refuse(fmt::format("stranger {}.nvz", i), "no update available");
+    refuse("zz asked.nvz", "version &lt; minimum version");
+    update("zz stranger.nvz", 3, "12");
+    const std::vector<std::string> listed = lines();
+    ASSERT_EQ(listed.size(), RunJournal::kStrangersListed + 2);
+    EXPECT_EQ(listed[listed.size() - 2], "zz asked.nvz 0>0 held back [version < minimum version]");
+    EXPECT_EQ(listed.back(), "zz stranger.nvz 0>0 updated");
+}
+
 TEST_F(RunJournalTest, IsThereAfterARestartAlsoWithNamesThatAreNoUtf8) {
     start({"a.nvz", "caf\xE9.nvz"});
     update("a.nvz", 3, "77");
