@@ -73,10 +73,7 @@ etag=$(curl -sI --cacert "$ca" "$catalogue/pool_pump.nvi" | tr -d '\r' | sed -n 
 expect 304 "$(status_of /pool_pump.nvi -H "If-None-Match: $etag")" "a validator"
 
 chapter "a burst of 300 selects is queued, not refused"
-for number in $(seq 300); do
-    printf 'url = "%s/drivers/select?q=filename:burst%d&wt=xml"\noutput = "/dev/null"\n' "$catalogue" "$number"
-done >"$world/burst"
-curl -s -K "$world/burst" --parallel --parallel-immediate --parallel-max 300 --max-time 60 --cacert "$ca" -w '%{http_code}\n' >"$world/statuses"
+burst 300
 expect 300 "$(grep -c '^200' "$world/statuses")" "answers"
 
 chapter "what goes wrong is said, and nothing is switched"

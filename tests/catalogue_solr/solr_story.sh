@@ -1,6 +1,8 @@
 # Steps that the stories with a real Solr share. Sourced: bin=FOLDER, then the steps.
 . "$here_solr/../system/story.sh"
 
+chapter() { printf -- '-- %3d s: %s\n' "$SECONDS" "$*"; }
+
 clear_up_solr() {
     local code=$?
     trap - EXIT
@@ -20,7 +22,9 @@ trap clear_up_solr EXIT
 # start_solr [--cloud]: sets solr (its folder), nodes, catalogue, ca, files, cache
 start_solr() {
     solr=$world/solr
-    "$here_solr/../../script/solr" --directory "$solr" "$@" >"$world/solr.out" 2>&1 &
+    # A Java that compiles quickly rather than well: a story is over before more would pay.
+    JDK_JAVA_OPTIONS="-XX:TieredStopAtLevel=1 -XX:+UseSerialGC" \
+        "$here_solr/../../script/solr" --directory "$solr" "$@" >"$world/solr.out" 2>&1 &
     solr_script=$!
     for _ in $(seq 1800); do
         grep -q '^ready' "$world/solr.out" && break
@@ -55,6 +59,15 @@ make_drivers() {
 
 # status_of PATH [CURL-OPTION...]: the HTTP status of a request through nginx
 status_of() { curl -s -o "$world/page" -g --path-as-is --max-time 20 --cacert "$ca" -w '%{http_code}' "${@:2}" "$catalogue$1"; }
+
+# burst COUNT: so many different selects at once, their statuses in $world/statuses
+burst() {
+    for number in $(seq "$1"); do
+        printf 'url = "%s/drivers/select?q=filename:burst%d&wt=xml"\noutput = "/dev/null"\n' "$catalogue" "$number"
+    done >"$world/burst"
+    curl -s --no-progress-meter -K "$world/burst" --parallel --parallel-immediate --parallel-max 300 \
+        --max-time 60 --cacert "$ca" -w '%{http_code}\n' >"$world/statuses" 2>"$world/burst.out"
+}
 
 # how_many VERSION: the controller's files of that version
 how_many() { ctl drivers --json | jq "[.drivers[] | select(.installedVersion == $1)] | length"; }
