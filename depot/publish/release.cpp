@@ -111,6 +111,7 @@ std::string releaseText(const Release& release) {
     const Json kept{{"release", release.id},
                     {"digest", release.digest},
                     {"fileTime", release.fileTime},
+                    {"previous", release.previous},
                     {"documents", documents}};
     return kept.dump(1) + "\n";
 }
@@ -122,6 +123,7 @@ Result<Release> readRelease(const std::string& text) {
         release.id = kept.at("release").get<std::string>();
         release.digest = kept.at("digest").get<std::string>();
         release.fileTime = kept.at("fileTime").get<std::int64_t>();
+        release.previous = optionalText(kept, "previous").value_or("");
         for (const Json& document : kept.at("documents"))
             release.documents.push_back(readDocument(document));
         if (!isReleaseId(release.id)) return failure("its id has not the form of a release's");

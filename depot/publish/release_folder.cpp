@@ -97,7 +97,7 @@ Result<void> ReleaseFolder::write(const Release& release,
         if (!sum) return tl::make_unexpected(sum.error());
         if (!package.document || *sum != package.document->md5sum)
             return failure(package.path + ": was changed after it was checked");
-        tick(++done, packages.size());
+        if (auto goOn = tick(++done, packages.size()); !goOn) return goOn;
     }
     const std::string unfinished = folder + "/.release.unfinished";
     if (auto written = writeNewFile(unfinished, releaseText(release)); !written) return written;

@@ -69,7 +69,7 @@ Result<void> SolrSite::carryOut(const std::string& call,
 }
 
 Result<void> SolrSite::load(const std::string& collection, const std::vector<Document>& documents,
-                            const std::function<void(std::size_t, std::size_t)>& tick) {
+                            const Tick& tick) {
     const auto path = pathOf(collection);
     if (!path) return tl::make_unexpected(path.error());
     for (std::size_t at = 0; at < documents.size(); at += kDocumentsPerUpdate) {
@@ -79,7 +79,7 @@ Result<void> SolrSite::load(const std::string& collection, const std::vector<Doc
             batch.push_back(solrDocument(documents[each]));
         if (auto sent = client_.post(*path + "/update", batch, limits_.call); !sent)
             return tl::make_unexpected(sent.error());
-        tick(end, documents.size());
+        if (auto goOn = tick(end, documents.size()); !goOn) return goOn;
     }
     const auto committed =
         client_.post(*path + "/update?commit=true", nlohmann::ordered_json::array(), limits_.call);

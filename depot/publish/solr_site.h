@@ -57,9 +57,12 @@ class SolrSite {
     /// Removes a collection that is not behind a public name.
     virtual Result<void> drop(const std::string& collection) = 0;
 
+    /// Told how far a long step is; its failure stops it.
+    using Tick = std::function<Result<void>(std::size_t done, std::size_t total)>;
+
     /// Adds the documents to a collection and commits them.
     Result<void> load(const std::string& collection, const std::vector<Document>& documents,
-                      const std::function<void(std::size_t done, std::size_t total)>& tick);
+                      const Tick& tick);
 
     /// Compares every copy of a collection with the documents: how many they are, and, asked as
     /// controllers ask, the first 2,000 of them or as many spread over all, field by field.

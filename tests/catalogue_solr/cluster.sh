@@ -25,7 +25,7 @@ load() { # NODE
 load 0 & loads=($!)
 load 1 & loads+=($!)
 expect 0 "$(code_of publish "$world/v2")" "publishing while queries run"
-expect 0 "$(code_of "$bin/driver-depot" rollback --solr "${nodes[0]}" --files "$files" --cache "$cache")" "the rollback"
+expect 0 "$(code_of rollback)" "the rollback"
 kill "${loads[@]}"
 for pid in "${loads[@]}"; do wait "$pid" || fail "failed or mixed: $(cat "$world"/load?.json)"; done
 expect "1,2" "$(jq -c .versions "$world/load0.json" | tr -d '[]')" "the releases that were seen"

@@ -13,6 +13,7 @@ clear_up_solr() {
         wait "$solr_script" 2>/dev/null || true
         [ "$code" = 0 ] || tail -n 10 "$world"/solr.out "$solr"/*.log 2>/dev/null || true
     fi
+    awk -v world="$world/" 'index($2, world) == 1 { print $2 }' /proc/mounts | tac | xargs -r umount -l
     (exit "$code")
     clear_up
     exit "$code"
@@ -42,6 +43,11 @@ start_solr() {
 # publish FOLDER [OPTION...]
 publish() {
     "$bin/driver-depot" publish "$@" --solr "${nodes[0]}" --files "$files" --cache "$cache"
+}
+
+# rollback [RELEASE]
+rollback() {
+    "$bin/driver-depot" rollback "$@" --solr "${nodes[0]}" --files "$files" --cache "$cache"
 }
 
 # make_drivers FOLDER COUNT VERSION [PREFIX]: bare drivers PREFIX100000.nvi and up, all of one version
