@@ -21,7 +21,7 @@ std::string collectionOf(Core core, const std::string& id) {
 
 /// The release of a collection's name, empty when it is of none.
 std::string releaseOf(const std::string& collection) {
-    const std::string id = collection.substr(collection.find('_') + 1);
+    std::string id = collection.substr(collection.find('_') + 1);
     for (const Core core : kCores) {
         if (isReleaseId(id) && collection == collectionOf(core, id)) return id;
     }
@@ -85,12 +85,6 @@ void countChanges(const Release* before, const Release& after, PublishOutcome& o
         old.erase(found);
     }
     outcome.removed = old.size();
-}
-
-bool anyErrors(const std::vector<CheckedPackage>& packages) {
-    return std::any_of(packages.begin(), packages.end(), [](const CheckedPackage& package) {
-        return !package.document || hasErrors(package.findings);
-    });
 }
 
 void compareWithServed(std::vector<CheckedPackage>& packages, const Release* served,
@@ -340,7 +334,7 @@ void Publisher::prune(const Release& current) {
     }
 }
 
-Result<std::string> Publisher::rollback(const std::optional<std::string>& wanted) {
+Result<std::string> Publisher::rollback(const std::optional<std::string>& id) {
     warnings_.clear();
     if (auto healthy = site_.requireHealthy(); !healthy)
         return failure("nothing was touched", healthy.error());
@@ -348,10 +342,10 @@ Result<std::string> Publisher::rollback(const std::optional<std::string>& wanted
     if (!now) return failure("nothing was touched", now.error());
     const auto listing = folder_.list();
     if (!listing) return failure("nothing was touched", listing.error());
-    const Release* target = wanted ? find(*listing, *wanted) : releaseBefore(*listing, now->files);
+    const Release* target = id ? find(*listing, *id) : releaseBefore(*listing, now->files);
     if (target == nullptr)
-        return failure(wanted ? "there is no release " + *wanted
-                              : std::string("there is no release before the one that is served"));
+        return failure(id ? "there is no release " + *id
+                          : std::string("there is no release before the one that is served"));
     if (now->is(target->id)) return target->id;
     if (auto whole = verify(*target); !whole)
         return failure("release " + target->id + " cannot be gone back to: " +

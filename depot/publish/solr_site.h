@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "depot/publish/name_check.h"
 #include "depot/publish/release.h"
 #include "depot/publish/solr_client.h"
 #include "depot/result.h"
@@ -85,8 +86,9 @@ class SolrSite {
 
   private:
     Result<void> verifyCopy(const std::string& copy, const std::vector<Document>& documents);
-    Result<void> compare(const std::string& copy, const std::string& names,
-                         const std::map<std::string, const Document*>& expected);
+    /// @param sample  what was loaded, by name; at least what the list names
+    Result<void> compare(const std::string& copy, const NameList& list,
+                         const std::map<std::string, const Document*>& sample);
 };
 
 }  // namespace depot
