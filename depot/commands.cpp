@@ -68,7 +68,6 @@ Result<FileDescriptor> stopSignals() {
     ::sigemptyset(&signals);
     ::sigaddset(&signals, SIGINT);
     ::sigaddset(&signals, SIGTERM);
-    ::signal(SIGPIPE, SIG_IGN);
     FileDescriptor stop;
     if (::pthread_sigmask(SIG_BLOCK, &signals, nullptr) == 0)
         stop = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -145,6 +144,9 @@ CLI::App* addServe(CLI::App& app, ServeOptions& options) {
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
+    openStandardStreams();
+    // A reader or peer that goes away must not end the program in the middle of something.
+    ::signal(SIGPIPE, SIG_IGN);
     CLI::App app{kDescription, "driver-depot"};
     app.footer(kExamples);
     app.require_subcommand(1);
@@ -169,7 +171,10 @@ int runCommandLine(int argc, char** argv) {
         return app.exit(error) == 0 ? kExitDone : kExitUsage;
     }
     if (writing->parsed()) return demo(demoFolder, agentLibrary);
-    if (chosen) return chosen();
+    if (chosen) {
+        const int code = chosen();
+        return std::cout.flush() ? code : fail("standard output could not be written");
+    }
     if (serving->parsed() && options.certificateFile.empty() && !options.insecureHttp) {
         std::cerr
             << "driver-depot: serve needs --cert FILE and --key FILE; to serve plain HTTP say "

@@ -1,5 +1,6 @@
 #include "depot/file_descriptor.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,6 +16,12 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
 
 FileDescriptor::~FileDescriptor() {
     if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+void openStandardStreams() {
+    int descriptor = ::open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDWR);
+    if (descriptor >= 0) ::close(descriptor);
 }
 
 Result<std::string> readAtMost(const FileDescriptor& file, std::size_t limit) {

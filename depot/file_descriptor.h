@@ -28,6 +28,10 @@ class FileDescriptor {
     int descriptor_ = -1;
 };
 
+/// Opens /dev/null for each of the three standard streams that is closed, so that no file that is
+/// opened later takes its number, and what is meant for the stream.
+void openStandardStreams();
+
 /// Reads from the current position to the end; an error when there is more than `limit` bytes.
 Result<std::string> readAtMost(const FileDescriptor& file, std::size_t limit);
 

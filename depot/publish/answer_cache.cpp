@@ -12,7 +12,14 @@ Result<void> purgeAnswerCache(const std::string& folder) {
     std::error_code error;
     fs::recursive_directory_iterator entries(folder, error);
     for (; !error && entries != fs::recursive_directory_iterator(); entries.increment(error)) {
-        if (!std::regex_match(entries->path().filename().string(), kCachedAnswer)) continue;
+        const std::string name = entries->path().filename().string();
+        if (!std::regex_match(name, kCachedAnswer)) continue;
+        // nginx names the folders after the name's last digits: whatever else looks like an answer
+        // in a folder that was given by mistake is left alone.
+        std::string ending;
+        for (const fs::path& part : entries->path().lexically_relative(folder).parent_path())
+            ending.insert(0, part.string());
+        if (!name.ends_with(ending)) continue;
         std::error_code gone;  // nginx removes files too
         if (entries->symlink_status(gone).type() != fs::file_type::regular) continue;
         fs::remove(entries->path(), error);

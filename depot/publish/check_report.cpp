@@ -68,8 +68,4 @@ nlohmann::ordered_json reportJson(const std::vector<CheckedPackage>& packages) {
             {"findings", findings}};
 }
 
-bool anyErrors(const std::vector<CheckedPackage>& packages) {
-    return count(packages, Finding::Severity::kError) > 0;
-}
-
 }  // namespace depot

@@ -15,6 +15,4 @@ std::string reportText(const std::vector<CheckedPackage>& packages);
 /// "severity", "rule", "message"}]}.
 nlohmann::ordered_json reportJson(const std::vector<CheckedPackage>& packages);
 
-bool anyErrors(const std::vector<CheckedPackage>& packages);
-
 }  // namespace depot

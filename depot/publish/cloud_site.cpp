@@ -25,8 +25,9 @@ std::string text(const Json& object, const std::string& name) {
 /// The URLs of a collection's copies; fails where one is not active on a live node, or a live node
 /// has none.
 Result<std::vector<std::string>> activeCopies(const Json& cluster, const std::string& collection) {
+    const std::string context = "collection " + collection;
     const Json state = member(member(cluster, "collections"), collection);
-    if (!state.is_object()) return failure("collection " + collection + ": is not there");
+    if (!state.is_object()) return failure(context + ": is not there");
     std::set<std::string> live;
     for (const Json& node : member(cluster, "live_nodes")) {
         if (node.is_string()) live.insert(node.get<std::string>());
@@ -38,17 +39,19 @@ Result<std::vector<std::string>> activeCopies(const Json& cluster, const std::st
         const Json replicas = member(shard, "replicas");
         for (const auto& [replicaName, replica] : replicas.items()) {
             const std::string node = text(replica, "node_name");
-            const std::string what = "collection " + collection + ": the copy on node " + node;
-            if (live.count(node) == 0) return failure(what + " is out of reach (node not live)");
+            const std::string copy = context + ": the copy on node ";
+            if (live.count(node) == 0)
+                return failure(copy + node + " is out of reach (node not live)");
             if (text(replica, "state") != "active")
-                return failure(what + " is " + text(replica, "state") + " instead of active");
-            copies.push_back(text(replica, "base_url") + "/" + text(replica, "core"));
+                return failure(copy + node + " is " + text(replica, "state") +
+                               " instead of active");
+            copies.push_back(text(replica, "base_url"));
+            copies.back().append("/").append(text(replica, "core"));
             empty.erase(node);
         }
     }
-    if (copies.empty()) return failure("collection " + collection + ": has no copy");
-    if (!empty.empty())
-        return failure("collection " + collection + ": has no copy on node " + *empty.begin());
+    if (copies.empty()) return failure(context + ": has no copy");
+    if (!empty.empty()) return failure(context + ": has no copy on node " + *empty.begin());
     return copies;
 }
 

@@ -7,9 +7,9 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "depot/file_descriptor.h"
@@ -21,7 +21,7 @@ constexpr std::size_t kPiece = 256 * 1024;
 constexpr mode_t kReadableByAll = 0644;
 
 tl::unexpected<Error> systemFailure(const std::string& path, const char* what) {
-    return failure(path + ": " + what + ": " + std::strerror(errno));
+    return failure(path + ": " + what + ": " + std::generic_category().message(errno));
 }
 
 class Md5 {

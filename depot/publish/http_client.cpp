@@ -27,6 +27,10 @@ std::size_t receive(char* data, std::size_t size, std::size_t count, void* targe
     return size * count;
 }
 
+int askWhetherToAbandon(void* abandon, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    return (*static_cast<const std::function<bool()>*>(abandon))() ? 1 : 0;
+}
+
 std::string withoutQuery(const std::string& url) {
     return url.substr(0, url.find('?'));
 }
@@ -42,8 +46,10 @@ struct HttpClient::Handle {
     }
 };
 
-HttpClient::HttpClient(std::string caFile)
-    : handle_(std::make_unique<Handle>()), caFile_(std::move(caFile)) {
+HttpClient::HttpClient(std::string caFile, std::function<bool()> abandon)
+    : handle_(std::make_unique<Handle>()),
+      caFile_(std::move(caFile)),
+      abandon_(std::move(abandon)) {
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
     handle_->curl = curl_easy_init();
@@ -85,10 +91,16 @@ Result<HttpAnswer> HttpClient::perform(const std::string& url, std::chrono::mill
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &receive);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &received);
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, reason.data());
+    if (abandon_) {
+        curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &askWhetherToAbandon);
+        curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &abandon_);
+        curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    }
     if (!caFile_.empty()) curl_easy_setopt(curl, CURLOPT_CAINFO, caFile_.c_str());
     const CURLcode code = curl_easy_perform(curl);
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, nullptr);
     if (received.tooLarge) return failure(withoutQuery(url) + ": answers with more than 64 MB");
+    if (code == CURLE_ABORTED_BY_CALLBACK) return failure(withoutQuery(url) + ": interrupted");
     if (code != CURLE_OK) {
         const std::string_view detail = reason.data();
         return failure(withoutQuery(url) + ": " +

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -20,8 +21,9 @@ struct HttpAnswer {
 /// limit. One thread at a time.
 class HttpClient {
   public:
-    /// @param caFile  certificates to trust, a PEM file; empty for the system's
-    explicit HttpClient(std::string caFile = {});
+    /// @param caFile   certificates to trust, a PEM file; empty for the system's
+    /// @param abandon  asked about once a second while an answer is waited for; true ends the wait
+    explicit HttpClient(std::string caFile = {}, std::function<bool()> abandon = {});
     ~HttpClient();
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
@@ -37,6 +39,7 @@ class HttpClient {
 
     std::unique_ptr<Handle> handle_;
     const std::string caFile_;
+    const std::function<bool()> abandon_;
 };
 
 }  // namespace depot

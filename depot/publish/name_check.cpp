@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::string_view kPackagedSuffix = ".nvz";
 constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kLongestList = 1800;
 
 /// Whether the query finds a document when `document` is all there is. The flags are set, because
 /// only the name is in question.
@@ -58,6 +59,19 @@ std::string escapedName(const std::string& name) {
         }
     }
     return text;
+}
+
+std::vector<NameList> listsOf(const std::vector<std::string>& names) {
+    std::vector<NameList> lists;
+    for (const std::string& name : names) {
+        const std::string quoted = "%22" + escapedName(name) + "%22";
+        if (lists.empty() || lists.back().text.size() + quoted.size() + 1 > kLongestList)
+            lists.emplace_back();
+        NameList& list = lists.back();
+        list.text += (list.names.empty() ? "" : ",") + quoted;
+        list.names.push_back(name);
+    }
+    return lists;
 }
 
 std::string controllerQuery(const std::string& names, bool forced) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "depot/document.h"
 #include "depot/publish/finding.h"
 
@@ -12,6 +15,13 @@ void checkName(const Document& document, FindingList& findings);
 /// The same for an agent that a person adds by name: that lookup sends the name as it was typed,
 /// without quotes.
 void checkAgentLookup(const Document& document, FindingList& findings);
+
+/// Names for a query, as controllers put them together.
+struct NameList {
+    std::string text;  ///< escaped and quoted, with commas between; at most 1800 bytes
+    std::vector<std::string> names;
+};
+std::vector<NameList> listsOf(const std::vector<std::string>& names);
 
 /// `name` as controllers escape it in a query: all but letters, digits and -._~ as %XX.
 std::string escapedName(const std::string& name);

@@ -137,6 +137,12 @@ CheckedPackage checkPackage(const std::string& path) {
     return checked;
 }
 
+bool anyErrors(const std::vector<CheckedPackage>& packages) {
+    return std::any_of(packages.begin(), packages.end(), [](const CheckedPackage& package) {
+        return !package.document || hasErrors(package.findings);
+    });
+}
+
 Result<std::vector<std::string>> packagesAt(const std::string& path) {
     std::error_code error;
     if (!fs::is_directory(path, error)) {

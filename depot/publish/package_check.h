@@ -21,6 +21,9 @@ struct CheckedPackage {
 /// Looks at one package with its sidecar. Blocks; any thread.
 CheckedPackage checkPackage(const std::string& path);
 
+/// Whether one of them must not be published.
+bool anyErrors(const std::vector<CheckedPackage>& packages);
+
 /// The packages at `path`, a package or a folder of them, ascending by name. Names that begin with
 /// a dot, sidecars and folders are passed over. Fails when there is no package or the folder
 /// cannot be listed.

@@ -10,7 +10,6 @@
 namespace depot {
 namespace {
 
-constexpr std::size_t kLongestList = 1800;
 constexpr std::chrono::seconds kTimeLimit{30};
 
 Result<void> readAnswer(const std::string& body, const std::set<std::string>& asked,
@@ -52,18 +51,10 @@ Result<PublishedVersions> askCatalogue(HttpClient& client, const std::string& ba
     while (root.ends_with('/')) root.pop_back();
     PublishedVersions published;
     const std::set<std::string> asked(filenames.begin(), filenames.end());
-    std::string names;
-    for (const std::string& filename : filenames) {
-        const std::string name = "%22" + escapedName(filename) + "%22";
-        if (!names.empty() && names.size() + name.size() + 1 > kLongestList) {
-            if (auto done = ask(client, root, names, asked, published); !done)
-                return tl::make_unexpected(done.error());
-            names.clear();
-        }
-        names += (names.empty() ? "" : ",") + name;
+    for (const NameList& list : listsOf(filenames)) {
+        if (auto done = ask(client, root, list.text, asked, published); !done)
+            return tl::make_unexpected(done.error());
     }
-    if (auto done = ask(client, root, names, asked, published); !done)
-        return tl::make_unexpected(done.error());
     return published;
 }
 

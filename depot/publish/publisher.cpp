@@ -21,7 +21,7 @@ std::string collectionOf(Core core, const std::string& id) {
 
 /// The release of a collection's name, empty when it is of none.
 std::string releaseOf(const std::string& collection) {
-    const std::string id = collection.substr(collection.find('_') + 1);
+    std::string id = collection.substr(collection.find('_') + 1);
     for (const Core core : kCores) {
         if (isReleaseId(id) && collection == collectionOf(core, id)) return id;
     }
@@ -34,9 +34,23 @@ const Release* find(const ReleaseFolder::Listing& listing, const std::string& id
     return found == listing.whole.end() ? nullptr : &*found;
 }
 
+/// What was served before that release, or where that is gone, the newest one that is older.
+const Release* releaseBefore(const ReleaseFolder::Listing& listing,
+                             const std::optional<std::string>& served) {
+    if (!served) return nullptr;
+    const Release* const now = find(listing, *served);
+    const Release* target = now == nullptr ? nullptr : find(listing, now->previous);
+    if (target != nullptr) return target;
+    for (const Release& release : listing.whole) {
+        if (release.id < *served) target = &release;
+    }
+    return target;
+}
+
 Release newRelease(const std::vector<CheckedPackage>& packages,
-                   const ReleaseFolder::Listing& listing) {
+                   const ReleaseFolder::Listing& listing, const std::string& previous) {
     Release release;
+    release.previous = previous;
     for (const CheckedPackage& package : packages) release.documents.push_back(*package.document);
     release.digest = digestOf(release.documents);
     release.fileTime = std::time(nullptr);
@@ -73,12 +87,6 @@ void countChanges(const Release* before, const Release& after, PublishOutcome& o
     outcome.removed = old.size();
 }
 
-bool anyErrors(const std::vector<CheckedPackage>& packages) {
-    return std::any_of(packages.begin(), packages.end(), [](const CheckedPackage& package) {
-        return !package.document || hasErrors(package.findings);
-    });
-}
-
 void compareWithServed(std::vector<CheckedPackage>& packages, const Release* served,
                        bool allowOlder) {
     const PublishedVersions versions = versionsOf(served);
@@ -94,6 +102,11 @@ void compareWithServed(std::vector<CheckedPackage>& packages, const Release* ser
 
 bool Publisher::Served::is(const std::string& id) const {
     return files == id && drivers == collectionOf(Core::kDrivers, id) &&
+           agents == collectionOf(Core::kAgents, id);
+}
+
+bool Publisher::Served::names(const std::string& id) const {
+    return files == id || drivers == collectionOf(Core::kDrivers, id) ||
            agents == collectionOf(Core::kAgents, id);
 }
 
@@ -113,6 +126,20 @@ Result<void> Publisher::inStep(const std::string& step, Result<void> done) const
     return failure("stopped while " + step, done.error());
 }
 
+Result<void> Publisher::tell(const std::string& progress) const {
+    settings_.progress(progress);
+    if (settings_.interrupted()) return failure("interrupted");
+    return {};
+}
+
+bool Publisher::isWhole(const Release& release) {
+    const auto whole = verify(release);
+    if (!whole)
+        warnings_.push_back("release " + release.id +
+                            " is served but not whole: " + whole.error().message);
+    return whole.has_value();
+}
+
 Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) {
     warnings_.clear();
     settings_.progress("asking " + site_.description());
@@ -128,10 +155,11 @@ Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) 
     compareWithServed(packages, before, settings_.allowOlder);
     outcome.packages = std::move(packages);
     if (anyErrors(outcome.packages)) return outcome;
-    const Release release = newRelease(outcome.packages, *listing);
+    const Release release = newRelease(outcome.packages, *listing, now->files.value_or(""));
     outcome.previous = now->files;
     countChanges(before, release, outcome);
-    if (before != nullptr && before->digest == release.digest && now->is(before->id)) {
+    const bool same = before != nullptr && before->digest == release.digest;
+    if (same && now->is(before->id) && isWhole(*before)) {
         outcome.kind = PublishOutcome::Kind::kUnchanged;
         outcome.release = before->id;
         return outcome;
@@ -151,9 +179,11 @@ Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) 
                               " was given up, what is served is " +
                               now->files.value_or("as before");
         const auto after = served();
-        const bool stillNew = after && (after->files == release.id || after->is(release.id));
-        if (!stillNew) {
-            if (auto gone = discard(release.id); !gone)
+        // What may be served is not removed, and a Solr that cannot tell cannot remove either.
+        if (!after || !after->names(release.id)) {
+            const auto gone =
+                after ? discard(release.id) : Result<void>(tl::make_unexpected(after.error()));
+            if (!gone)
                 message += "; its remains are still there (" + gone.error().message +
                            "), the next run removes them";
         }
@@ -161,7 +191,7 @@ Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) 
     }
     outcome.kind = PublishOutcome::Kind::kPublished;
     purge();
-    prune(release.id);
+    prune(release);
     outcome.warnings = warnings_;
     return outcome;
 }
@@ -169,9 +199,7 @@ Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) 
 Result<void> Publisher::removeLeftovers(const ReleaseFolder::Listing& listing, const Served& now) {
     // Only one publisher works at a time, so what is incomplete is left over from one that ended.
     for (const std::string& id : listing.incomplete) {
-        if (now.files == id)
-            return failure("the release that is served, " + id +
-                           ", is not whole; look at it first");
+        if (now.files == id) continue;  // until this run has put another one in its place
         if (auto removed = folder_.remove(id); !removed) return removed;
     }
     for (const auto& served : {now.drivers, now.agents}) {
@@ -196,8 +224,7 @@ Result<void> Publisher::removeLeftovers(const ReleaseFolder::Listing& listing, c
 
 Result<void> Publisher::build(const Release& release, const std::vector<CheckedPackage>& packages) {
     const auto tick = [this](std::size_t done, std::size_t total) {
-        settings_.progress("copying files: " + std::to_string(done) + " of " +
-                           std::to_string(total));
+        return tell("copying files: " + std::to_string(done) + " of " + std::to_string(total));
     };
     if (auto done = inStep("copying files", folder_.write(release, packages, tick)); !done)
         return done;
@@ -209,14 +236,14 @@ Result<void> Publisher::build(const Release& release, const std::vector<CheckedP
 
 Result<void> Publisher::buildCollection(Core core, const Release& release) {
     const std::string collection = collectionOf(core, release.id);
-    settings_.progress("making collection " + collection);
-    auto done = inStep("making collection " + collection, site_.create(collection));
-    if (!done) return done;
+    auto done = tell("making collection " + collection);
+    if (done) done = site_.create(collection);
+    if (!done) return inStep("making collection " + collection, done);
     const auto documents = documentsOf(core, release.documents);
     return inStep("loading collection " + collection,
                   site_.load(collection, documents, [&](std::size_t at, std::size_t total) {
-                      settings_.progress("loading " + collection + ": " + std::to_string(at) +
-                                         " of " + std::to_string(total));
+                      return tell("loading " + collection + ": " + std::to_string(at) + " of " +
+                                  std::to_string(total));
                   }));
 }
 
@@ -230,11 +257,11 @@ Result<void> Publisher::verify(const Release& release) {
                           site_.verify(collection, documentsOf(core, release.documents)));
     }
     if (done) done = inStep("looking at Solr's state before the switch", site_.requireHealthy());
+    if (done) done = inStep("comparing", tell("switching to " + release.id));
     return done;
 }
 
 Result<void> Publisher::switchTo(const std::string& id, const Served& before) {
-    settings_.progress("switching to " + id);
     auto done = inStep("switching the files", folder_.switchTo(id));
     for (const Core core : kCores) {
         if (done)
@@ -289,14 +316,17 @@ void Publisher::purge() {
     }
 }
 
-void Publisher::prune(const std::string& current) {
+void Publisher::prune(const Release& current) {
     settings_.progress("removing old releases");
     const auto listing = folder_.list();
     if (!listing) return warnings_.push_back(listing.error().message);
     std::vector<std::string> former;
     for (const Release& release : listing->whole) {
-        if (release.id != current) former.push_back(release.id);
+        if (release.id != current.id) former.push_back(release.id);
     }
+    // After a rollback that is not the newest one, and it is the one to go back to.
+    std::stable_partition(former.begin(), former.end(),
+                          [&](const std::string& each) { return each != current.previous; });
     const std::size_t excess = former.size() - std::min(former.size(), settings_.keep);
     for (std::size_t at = 0; at < excess; ++at) {
         if (auto gone = discard(former[at]); !gone)
@@ -304,7 +334,7 @@ void Publisher::prune(const std::string& current) {
     }
 }
 
-Result<std::string> Publisher::rollback(const std::optional<std::string>& wanted) {
+Result<std::string> Publisher::rollback(const std::optional<std::string>& id) {
     warnings_.clear();
     if (auto healthy = site_.requireHealthy(); !healthy)
         return failure("nothing was touched", healthy.error());
@@ -312,14 +342,10 @@ Result<std::string> Publisher::rollback(const std::optional<std::string>& wanted
     if (!now) return failure("nothing was touched", now.error());
     const auto listing = folder_.list();
     if (!listing) return failure("nothing was touched", listing.error());
-    const Release* target = nullptr;
-    for (const Release& release : listing->whole) {
-        if (wanted ? release.id == *wanted : now->files && release.id < *now->files)
-            target = &release;
-    }
+    const Release* target = id ? find(*listing, *id) : releaseBefore(*listing, now->files);
     if (target == nullptr)
-        return failure(wanted ? "there is no release " + *wanted
-                              : std::string("there is no release before the one that is served"));
+        return failure(id ? "there is no release " + *id
+                          : std::string("there is no release before the one that is served"));
     if (now->is(target->id)) return target->id;
     if (auto whole = verify(*target); !whole)
         return failure("release " + target->id + " cannot be gone back to: " +
@@ -357,9 +383,7 @@ Result<std::vector<ReleaseState>> Publisher::releases() {
         }
         state.complete = state.remark.empty();
         state.served = now->is(id);
-        const bool partly = now->files == id || now->drivers == collectionOf(Core::kDrivers, id) ||
-                            now->agents == collectionOf(Core::kAgents, id);
-        if (partly && !state.served && state.remark.empty())
+        if (now->names(id) && !state.served && state.remark.empty())
             state.remark = "served in part: run rollback or publish again";
         result.push_back(state);
     }

@@ -54,6 +54,8 @@ class Publisher {
         /// therefore emptied a second time.
         std::chrono::milliseconds settle = std::chrono::milliseconds(2200);
         std::function<void(const std::string& text)> progress = [](const std::string&) {};
+        /// Asked before and within each step up to the switch; true gives the release up.
+        std::function<bool()> interrupted = [] { return false; };
     };
 
     /// Folder and site must outlive the publisher.
@@ -64,7 +66,8 @@ class Publisher {
     /// @return a failure says what was being done, and what is served now
     Result<PublishOutcome> publish(std::vector<CheckedPackage> packages);
 
-    /// Goes back to a kept release, by default the newest one before the one that is served.
+    /// Goes back to a kept release, by default the one that was served before this one, or where
+    /// that is gone, the newest one that is older.
     Result<std::string> rollback(const std::optional<std::string>& id);
 
     Result<std::vector<ReleaseState>> releases();
@@ -77,11 +80,13 @@ class Publisher {
     struct Served {
         std::optional<std::string> files;  ///< a release's id
         std::optional<std::string> drivers;
-        std::optional<std::string> agents;  ///< collections
-        bool is(const std::string& id) const;
+        std::optional<std::string> agents;        ///< collections
+        bool is(const std::string& id) const;     ///< all of it is that release's
+        bool names(const std::string& id) const;  ///< something of it is
     };
 
     Result<Served> served();
+    bool isWhole(const Release& release);
     Result<void> removeLeftovers(const ReleaseFolder::Listing& listing, const Served& now);
     Result<void> build(const Release& release, const std::vector<CheckedPackage>& packages);
     Result<void> buildCollection(Core core, const Release& release);
@@ -90,7 +95,8 @@ class Publisher {
     std::string undoSwitch(const Served& before);
     Result<void> discard(const std::string& id);
     void purge();
-    void prune(const std::string& current);
+    void prune(const Release& current);
+    Result<void> tell(const std::string& progress) const;
     Result<void> inStep(const std::string& step, Result<void> done) const;
 
     ReleaseFolder& folder_;

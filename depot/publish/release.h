@@ -16,6 +16,7 @@ struct Release {
     std::string digest;               ///< of all documents: equal digests, equal catalogues
     std::int64_t fileTime = 0;        ///< modification time of its files, seconds since the epoch
     std::vector<Document> documents;  ///< ascending by file name
+    std::string previous;             ///< the release that was served before; empty for none
 };
 
 /// Whether `text` has the form of a release's id. Only what does is ever removed.

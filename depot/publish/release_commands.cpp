@@ -8,13 +8,14 @@
 
 #include "depot/commands.h"
 #include "depot/publish/check_report.h"
+#include "depot/publish/interruption.h"
 #include "depot/publish/progress.h"
 #include "depot/publish/publisher.h"
 
 namespace depot {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 struct ReleaseOptions {
     std::string folder;
@@ -32,18 +33,23 @@ int fail(const std::string& reason) {
     return kExitFailed;
 }
 
-void print(const Json& answer) {
-    std::cout << answer.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+void print(const OrderedJson& answer) {
+    std::cout << answer.dump(2, ' ', false, OrderedJson::error_handler_t::replace) << std::endl;
 }
 
 /// What every one of these commands stands on.
 struct Workplace {
+    Interruption interruption;
     SolrClient client;
     ReleaseFolder folder;
     std::unique_ptr<SolrSite> site;
 
     explicit Workplace(const ReleaseOptions& options)
-        : client(options.solr, options.caFile), folder(options.files) {}
+        : client(options.solr, options.caFile, [this] { return interruption.again(); }),
+          folder(options.files) {}
+
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
 
     Result<void> open(const ReleaseOptions& options, bool lock) {
         if (lock) {
@@ -84,13 +90,14 @@ const char* kindName(PublishOutcome::Kind kind) {
 
 void tell(const PublishOutcome& outcome, bool json) {
     if (json) {
-        Json answer{{"outcome", kindName(outcome.kind)},
-                    {"release", outcome.release},
-                    {"previous", outcome.previous ? Json(*outcome.previous) : Json()},
-                    {"added", outcome.added},
-                    {"changed", outcome.changed},
-                    {"removed", outcome.removed},
-                    {"warnings", outcome.warnings}};
+        OrderedJson answer{
+            {"outcome", kindName(outcome.kind)},
+            {"release", outcome.release},
+            {"previous", outcome.previous ? OrderedJson(*outcome.previous) : OrderedJson()},
+            {"added", outcome.added},
+            {"changed", outcome.changed},
+            {"removed", outcome.removed},
+            {"warnings", outcome.warnings}};
         answer["check"] = reportJson(outcome.packages);
         return print(answer);
     }
@@ -131,6 +138,7 @@ int publish(const ReleaseOptions& options) {
         return fail("nothing was touched: " + opened.error().message);
     Publisher::Settings settings = options.settings;
     settings.progress = [&progress](const std::string& text) { progress.show(text); };
+    settings.interrupted = [&place] { return place.interruption.requested(); };
     Publisher publisher(place.folder, *place.site, std::move(settings));
     const auto outcome = publisher.publish(std::move(*packages));
     progress.clear();
@@ -148,6 +156,7 @@ int rollback(const ReleaseOptions& options) {
         return fail("nothing was touched: " + opened.error().message);
     Publisher::Settings settings = options.settings;
     settings.progress = [&progress](const std::string& text) { progress.show(text); };
+    settings.interrupted = [&place] { return place.interruption.requested(); };
     Publisher publisher(place.folder, *place.site, std::move(settings));
     const auto release = publisher.rollback(
         options.release.empty() ? std::nullopt : std::optional<std::string>(options.release));
@@ -168,7 +177,7 @@ int releases(const ReleaseOptions& options) {
     Publisher publisher(place.folder, *place.site, options.settings);
     const auto states = publisher.releases();
     if (!states) return fail(states.error().message);
-    Json list = Json::array();
+    OrderedJson list = OrderedJson::array();
     for (const ReleaseState& state : *states) {
         list.push_back({{"release", state.id},
                         {"packages", state.packages},
@@ -195,7 +204,10 @@ CLI::App* addCommand(CLI::App& app, const char* name, const char* description,
     command->add_option("--solr", options->solr, "URL of a Solr node, up to and with /solr")
         ->required();
     command->add_option("--files", options->files, "The folder of package files that nginx serves")
-        ->required();
+        ->required()
+        ->check([](const std::string& folder) {
+            return folder.empty() ? std::string("names no folder") : std::string();
+        });
     command
         ->add_option("--ca", options->caFile,
                      "Certificates to trust for --solr, a PEM file; by default the system's")
@@ -205,8 +217,10 @@ CLI::App* addCommand(CLI::App& app, const char* name, const char* description,
 }
 
 void addCacheOption(CLI::App& command, const std::shared_ptr<ReleaseOptions>& options) {
-    command.add_option("--cache", options->settings.caches,
-                       "A cache folder of nginx, emptied after the switch; may be repeated");
+    command
+        .add_option("--cache", options->settings.caches,
+                    "A cache folder of nginx, emptied after the switch; may be repeated")
+        ->check(CLI::ExistingDirectory);
 }
 
 CLI::App* addPublish(CLI::App& app, const std::shared_ptr<ReleaseOptions>& options) {
@@ -245,7 +259,7 @@ void addReleaseCommands(CLI::App& app, Command& chosen) {
 
     CLI::App* returning = addCommand(
         app, "rollback",
-        "Serve a former release again, by default the newest one before the one that is served.",
+        "Serve a former release again, by default the one that was served before this one.",
         options);
     returning->add_option("RELEASE", options->release, "The release, as `releases` lists it");
     addCacheOption(*returning, options);

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -33,7 +32,7 @@ Result<void> makeFolder(const std::string& path) {
 Result<Release> readReleaseFile(const std::string& folder) {
     const std::string path = folder + kReleaseFile;
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!file) return failure(path + ": " + std::strerror(errno));
+    if (!file) return failure(path + ": " + std::generic_category().message(errno));
     const auto text = readAtMost(file, kLargestReleaseFile);
     if (!text) return failure(path, text.error());
     auto release = readRelease(*text);
@@ -47,7 +46,8 @@ Result<void> ReleaseFolder::lock() {
     if (auto made = makeFolder(files_ + "/releases"); !made) return made;
     const std::string path = files_ + "/.publish.lock";
     lock_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (!lock_) return failure(path + ": cannot be opened: " + std::strerror(errno));
+    if (!lock_)
+        return failure(path + ": cannot be opened: " + std::generic_category().message(errno));
     if (::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0)
         return failure(files_ + ": another publisher is at work here");
     return {};
@@ -97,7 +97,7 @@ Result<void> ReleaseFolder::write(const Release& release,
         if (!sum) return tl::make_unexpected(sum.error());
         if (!package.document || *sum != package.document->md5sum)
             return failure(package.path + ": was changed after it was checked");
-        tick(++done, packages.size());
+        if (auto goOn = tick(++done, packages.size()); !goOn) return goOn;
     }
     const std::string unfinished = folder + "/.release.unfinished";
     if (auto written = writeNewFile(unfinished, releaseText(release)); !written) return written;

@@ -21,7 +21,8 @@ namespace depot {
 /// One process at a time, which holds the lock. Blocks.
 class ReleaseFolder {
   public:
-    using Tick = std::function<void(std::size_t done, std::size_t total)>;
+    /// Told after each file; its failure stops the work.
+    using Tick = std::function<Result<void>(std::size_t done, std::size_t total)>;
 
     explicit ReleaseFolder(std::string files) : files_(std::move(files)) {}
 

@@ -106,7 +106,7 @@ Result<void> SingleSite::drop(const std::string& collection) {
 
 Result<std::string> SingleSite::pathOf(const std::string& collection) {
     const auto core = coreOf(collection);
-    if (!core) return core;
+    if (!core) return tl::make_unexpected(core.error());
     return "/" + *core;
 }
 

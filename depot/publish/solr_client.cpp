@@ -60,8 +60,8 @@ Result<Json> read(const std::string& url, const HttpAnswer& answer) {
 
 }  // namespace
 
-SolrClient::SolrClient(std::string base, const std::string& caFile)
-    : http_(caFile), base_(withoutSlashes(std::move(base))) {}
+SolrClient::SolrClient(std::string base, const std::string& caFile, std::function<bool()> abandon)
+    : http_(caFile, std::move(abandon)), base_(withoutSlashes(std::move(base))) {}
 
 Result<Json> SolrClient::get(const std::string& path, std::chrono::milliseconds limit) {
     return getAt(base_, path, limit);

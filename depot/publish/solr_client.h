@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -13,9 +14,10 @@ namespace depot {
 /// refused unless it is JSON of a bounded depth. One thread at a time.
 class SolrClient {
   public:
-    /// @param base    URL of a node, up to and with "/solr"
-    /// @param caFile  certificates to trust, empty for the system's
-    SolrClient(std::string base, const std::string& caFile);
+    /// @param base     URL of a node, up to and with "/solr"
+    /// @param caFile   certificates to trust, empty for the system's
+    /// @param abandon  as an HttpClient takes it
+    SolrClient(std::string base, const std::string& caFile, std::function<bool()> abandon = {});
 
     const std::string& base() const { return base_; }
 

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "depot/publish/cloud_site.h"
-#include "depot/publish/name_check.h"
 #include "depot/publish/single_site.h"
 
 namespace depot {
@@ -16,7 +15,6 @@ using Json = nlohmann::json;
 
 constexpr std::size_t kDocumentsPerUpdate = 500;
 constexpr std::size_t kMostCompared = 2000;
-constexpr std::size_t kLongestList = 1800;
 constexpr std::chrono::milliseconds kPause{100};
 
 Result<long long> numFound(const Json& answer) {
@@ -32,12 +30,14 @@ std::string fieldList() {
     return list;
 }
 
-/// Evenly spread over all documents, the last one always among them.
-std::vector<const Document*> sampleOf(const std::vector<Document>& documents) {
-    std::vector<const Document*> sample;
+/// By name: evenly spread over all documents, the last one always among them.
+std::map<std::string, const Document*> sampleOf(const std::vector<Document>& documents) {
+    std::map<std::string, const Document*> sample;
     const std::size_t count = std::min(documents.size(), kMostCompared);
-    for (std::size_t at = 1; at <= count; ++at)
-        sample.push_back(&documents[documents.size() * at / count - 1]);
+    for (std::size_t at = 1; at <= count; ++at) {
+        const Document& document = documents[documents.size() * at / count - 1];
+        sample.emplace(document.filename, &document);
+    }
     return sample;
 }
 
@@ -69,7 +69,7 @@ Result<void> SolrSite::carryOut(const std::string& call,
 }
 
 Result<void> SolrSite::load(const std::string& collection, const std::vector<Document>& documents,
-                            const std::function<void(std::size_t, std::size_t)>& tick) {
+                            const Tick& tick) {
     const auto path = pathOf(collection);
     if (!path) return tl::make_unexpected(path.error());
     for (std::size_t at = 0; at < documents.size(); at += kDocumentsPerUpdate) {
@@ -79,7 +79,7 @@ Result<void> SolrSite::load(const std::string& collection, const std::vector<Doc
             batch.push_back(solrDocument(documents[each]));
         if (auto sent = client_.post(*path + "/update", batch, limits_.call); !sent)
             return tl::make_unexpected(sent.error());
-        tick(end, documents.size());
+        if (auto goOn = tick(end, documents.size()); !goOn) return goOn;
     }
     const auto committed =
         client_.post(*path + "/update?commit=true", nlohmann::ordered_json::array(), limits_.call);
@@ -112,38 +112,31 @@ Result<void> SolrSite::verifyCopy(const std::string& copy, const std::vector<Doc
     if (*found != static_cast<long long>(documents.size()))
         return failure(copy + ": has " + std::to_string(*found) + " documents instead of " +
                        std::to_string(documents.size()));
-    std::string names;
-    std::map<std::string, const Document*> expected;
-    for (const Document* document : sampleOf(documents)) {
-        const std::string name = "%22" + escapedName(document->filename) + "%22";
-        if (!names.empty() && names.size() + name.size() + 1 > kLongestList) {
-            if (auto same = compare(copy, names, expected); !same) return same;
-            names.clear();
-            expected.clear();
-        }
-        names += (names.empty() ? "" : ",") + name;
-        expected.emplace(document->filename, document);
+    const auto sample = sampleOf(documents);
+    std::vector<std::string> names;
+    for (const auto& [name, document] : sample) names.push_back(name);
+    for (const NameList& list : listsOf(names)) {
+        if (auto same = compare(copy, list, sample); !same) return same;
     }
-    return compare(copy, names, expected);
+    return {};
 }
 
-Result<void> SolrSite::compare(const std::string& copy, const std::string& names,
-                               const std::map<std::string, const Document*>& expected) {
+Result<void> SolrSite::compare(const std::string& copy, const NameList& list,
+                               const std::map<std::string, const Document*>& sample) {
     const auto answer = client_.getAt(copy,
-                                      "/select?q=*:*&fq=filename:(IN+" + names +
+                                      "/select?q=*:*&fq=filename:(IN+" + list.text +
                                           ")&fl=" + fieldList() + "&rows=100000&distrib=false",
                                       limits_.call);
     if (!answer) return tl::make_unexpected(answer.error());
     const Json found = answer->value("/response/docs"_json_pointer, Json());
-    if (!found.is_array() || found.size() != expected.size())
+    if (!found.is_array() || found.size() != list.names.size())
         return failure(copy + ": does not find the documents by their names");
     for (const Json& document : found) {
         const Json name = document.is_object() ? document.value("filename", Json()) : Json();
-        const auto match =
-            name.is_string() ? expected.find(name.get<std::string>()) : expected.end();
-        if (match == expected.end() || document != Json(solrDocument(*match->second)))
+        const auto match = name.is_string() ? sample.find(name.get<std::string>()) : sample.end();
+        if (match == sample.end() || document != Json(solrDocument(*match->second)))
             return failure(copy + ": has other fields than were published" +
-                           (match == expected.end() ? "" : " for " + match->first) +
+                           (match == sample.end() ? "" : " for " + match->first) +
                            "; is its schema the catalogue's?");
     }
     return {};

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "depot/publish/name_check.h"
 #include "depot/publish/release.h"
 #include "depot/publish/solr_client.h"
 #include "depot/result.h"
@@ -57,9 +58,12 @@ class SolrSite {
     /// Removes a collection that is not behind a public name.
     virtual Result<void> drop(const std::string& collection) = 0;
 
+    /// Told how far a long step is; its failure stops it.
+    using Tick = std::function<Result<void>(std::size_t done, std::size_t total)>;
+
     /// Adds the documents to a collection and commits them.
     Result<void> load(const std::string& collection, const std::vector<Document>& documents,
-                      const std::function<void(std::size_t done, std::size_t total)>& tick);
+                      const Tick& tick);
 
     /// Compares every copy of a collection with the documents: how many they are, and, asked as
     /// controllers ask, the first 2,000 of them or as many spread over all, field by field.
@@ -82,8 +86,9 @@ class SolrSite {
 
   private:
     Result<void> verifyCopy(const std::string& copy, const std::vector<Document>& documents);
-    Result<void> compare(const std::string& copy, const std::string& names,
-                         const std::map<std::string, const Document*>& expected);
+    /// @param sample  what was loaded, by name; at least what the list names
+    Result<void> compare(const std::string& copy, const NameList& list,
+                         const std::map<std::string, const Document*>& sample);
 };
 
 }  // namespace depot

@@ -20,29 +20,45 @@ expect 0 "$(code_of publish "$world/v1")" "publishing"
 # Past nginx, whose limits are for one address: the fleet has many.
 load() { # NODE
     exec "$bin/fleet_load" "${nodes[$1]}" --prefix "$prefix" --packages 500 --drivers 8 --connections 4 \
-        --seconds 90 --rate 500 --one-version >"$world/load$1.json"
+        --seconds 90 --rate 510 --one-version >"$world/load$1.json"
 }
-load 0 & loads=($!)
-load 1 & loads+=($!)
-expect 0 "$(code_of publish "$world/v2")" "publishing while queries run"
-expect 0 "$(code_of "$bin/driver-depot" rollback --solr "${nodes[0]}" --files "$files" --cache "$cache")" "the rollback"
-kill "${loads[@]}"
-for pid in "${loads[@]}"; do wait "$pid" || fail "failed or mixed: $(cat "$world"/load?.json)"; done
-expect "1,2" "$(jq -c .versions "$world/load0.json" | tr -d '[]')" "the releases that were seen"
+switch_under_load() {
+    load 0 & loads=($!)
+    load 1 & loads+=($!)
+    expect 0 "$(code_of publish "$world/v2")" "publishing while queries run: $(cat "$world/said")"
+    expect 0 "$(code_of rollback)" "the rollback: $(cat "$world/said")"
+    kill "${loads[@]}"
+    for pid in "${loads[@]}"; do wait "$pid" || fail "failed or mixed: $(cat "$world"/load?.json)"; done
+    expect "1,2" "$(jq -c .versions "$world/load0.json" | tr -d '[]')" "the releases that were seen"
+}
+for attempt in 1 2 3; do # a machine that does something else as well may take more than one
+    switch_under_load
+    [ "$(jq -s 'map(.perSecond) | add >= 1000' "$world"/load?.json)" != true ] || break
+    [ "$attempt" != 3 ] || fail "not a thousand a second: $(cat "$world"/load?.json)"
+done
 echo "   $(jq -s -r '"\(map(.requests) | add) queries, \(map(.perSecond) | add) a second, \(map(.failed) | add) failed, \(map(.mixed) | add) mixed, slowest \(map(.worstMilliseconds) | max) ms"' "$world"/load?.json)"
 
 # run_while COMMAND...: an update of all 500 files, the command in the middle of its queries
 run_while() {
-    local asked
-    asked=$(grep -c select "$solr/front/logs/access.log")
+    local log=$solr/front/logs/access.log before
+    before=$(wc -l <"$log")
+    asked() { tail -n "+$((before + 1))" "$log" | grep "$prefix" | grep "${1:-select}" || true; }
+    # Neighbours behind the same router use up what one address may ask at once, so that the run's
+    # queries come one after the other and there is a middle.
+    burst 150 &
+    local neighbours=$!
     ctl update --json >"$world/said" 2>&1 &
     local update=$!
     for _ in $(seq 400); do
-        [ "$(grep -c select "$solr/front/logs/access.log")" -lt $((asked + 5)) ] || break
+        [ "$(asked | wc -l)" -lt 5 ] || break
         sleep 0.01
     done
+    expect true "$([ "$(asked | wc -l)" -lt 30 ] && echo true)" "the middle of the run's queries"
     "$@"
     wait "$update" || fail "the update: $(head -c 2000 "$world/said")"
+    wait "$neighbours"
+    # nginx logs every node that it asked.
+    [ -n "$(asked ' 127[^ ]*, 127[^ ]*$')" ] || fail "no query met the sick node"
 }
 
 # set_up NAME: a controller with the first release's files, and its host
@@ -52,6 +68,7 @@ set_up() {
     "$bin/overseer" --root "$controller" install "$world"/v1/*.nvi >/dev/null
     start_host --catalogue "$catalogue"
     expect 500 "$(how_many 1)" "files before"
+    find "$cache" -type f -delete # the nodes themselves are to be asked
 }
 expect 0 "$(code_of publish "$world/v2")" "publishing: $(cat "$world/said")"
 

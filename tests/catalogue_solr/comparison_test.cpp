@@ -139,7 +139,8 @@ class ComparisonTest : public ::testing::Test {
         for (const Core core : {Core::kDrivers, Core::kAgents}) {
             const auto wanted = depot::documentsOf(core, documents());
             ASSERT_TRUE(site_->create(collectionOf(core)));
-            ASSERT_TRUE(site_->load(collectionOf(core), wanted, [](auto, auto) {}));
+            ASSERT_TRUE(site_->load(collectionOf(core), wanted,
+                                    [](auto, auto) -> Result<void> { return {}; }));
         }
         std::vector<Snapshot::Entry> entries;
         for (const Document& each : documents())

@@ -6,6 +6,10 @@ here_solr=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 . "$here_solr/solr_story.sh"
 
 chapter "a real Solr, and the depot's answers beside its own"
+# Where that may be done Solr gets a small disk of its own, which can be filled.
+may_mount=no
+mkdir -p "$world/small" "$world/solr/node1"
+! mount -t tmpfs -o size=64m tmpfs "$world/solr/node1" 2>/dev/null || may_mount=yes
 start_solr
 CATALOGUE_SOLR=${nodes[0]} "$bin/catalogue_solr_tests" >"$world/comparison.out" 2>&1 ||
     fail "the answers differ: $(grep -A 30 -m 1 Failure "$world/comparison.out")"
@@ -31,7 +35,7 @@ query='/drivers/select?q=*:*&fq=filename:(IN+%22pool_pump.nvi%22)&fl=version&wt=
 version_asked() { status_of "$query" >/dev/null; jq '.response.docs[0].version' "$world/page"; }
 newer=$(version_asked)
 expect "$newer" "$(version_asked)" "the version from the cache"
-expect 0 "$(code_of "$bin/driver-depot" rollback --solr "${nodes[0]}" --files "$files" --cache "$cache")" "the rollback"
+expect 0 "$(code_of rollback)" "the rollback"
 expect "$first" "$(readlink "$files/current")" "the files after it"
 expect true "$([ "$(version_asked)" -lt "$newer" ] && echo true)" "the older version"
 
@@ -73,38 +77,66 @@ etag=$(curl -sI --cacert "$ca" "$catalogue/pool_pump.nvi" | tr -d '\r' | sed -n 
 expect 304 "$(status_of /pool_pump.nvi -H "If-None-Match: $etag")" "a validator"
 
 chapter "a burst of 300 selects is queued, not refused"
-for number in $(seq 300); do
-    printf 'url = "%s/drivers/select?q=filename:burst%d&wt=xml"\noutput = "/dev/null"\n' "$catalogue" "$number"
-done >"$world/burst"
-curl -s -K "$world/burst" --parallel --parallel-immediate --parallel-max 300 --max-time 60 --cacert "$ca" -w '%{http_code}\n' >"$world/statuses"
+burst 300
 expect 300 "$(grep -c '^200' "$world/statuses")" "answers"
 
 chapter "what goes wrong is said, and nothing is switched"
 current=$(readlink "$files/current")
-make_drivers "$world/others" 40 1
+make_drivers "$world/others" 400 1
 refuses() { # WHAT TEXT COMMAND...
     expect 1 "$(code_of "${@:3}")" "$1"
     contains "$2" "$(cat "$world/said")" "$1"
+    expect 1 "$(wc -l <"$world/said")" "messages about $1"
     expect "$current" "$(readlink "$files/current")" "what is served after: $1"
 }
-refuses "a Solr that is not there" "127.0.0.1:1" "$bin/driver-depot" publish "$world/others" --solr http://127.0.0.1:1/solr --files "$files"
-refuses "something that is no Solr" "answers with status 404" "$bin/driver-depot" publish "$world/others" --solr "$catalogue" --files "$files" --ca "$ca"
+failing() { publish "$@" 2>&1 >/dev/null; }
+refuses "a Solr that is not there" "127.0.0.1:1" "$bin/driver-depot" releases --solr http://127.0.0.1:1/solr --files "$files"
+refuses "something that is no Solr" "answers with status 404" "$bin/driver-depot" releases --solr "$catalogue" --files "$files" --ca "$ca"
 schema=$solr/node1/configsets/catalogue/conf/schema.xml
 cp "$schema" "$world/schema.xml"
 sed -i '/name="md5sum"/d' "$schema"
-refuses "a schema without a field" "md5sum" publish "$world/others"
+refuses "a schema without a field" "md5sum" failing "$world/others"
 sed 's/name="version" type="int"/name="version" type="string"/' "$world/schema.xml" >"$schema"
-refuses "a schema with another type" "has other fields than were published" publish "$world/others"
+refuses "a schema with another type" "has other fields than were published" failing "$world/others"
 cp "$world/schema.xml" "$schema"
-# A file where Solr wants to put a release's folder: what a read-only disk does, and binds root too.
-mv "$solr/node1/configsets" "$solr/node1/configsets.away"
-refuses "a Solr without its configset" "catalogue" publish "$world/others"
-mv "$solr/node1/configsets.away" "$solr/node1/configsets"
-if mkdir "$world/small" && mount -t tmpfs -o size=64k tmpfs "$world/small" 2>/dev/null; then
-    small_files=$world/small/files
-    expect 1 "$(code_of "$bin/driver-depot" publish "$world/others" --solr "${nodes[0]}" --files "$small_files")" "a full disk"
-    contains "No space left" "$(cat "$world/said")" "a full disk"
-    umount "$world/small"
+
+# while_copying FOLDER COMMAND...: publishes it, the command when its first files have been copied
+while_copying() {
+    "$bin/driver-depot" publish "$1" --solr "${nodes[0]}" --files "$files" 2>&1 >/dev/null &
+    local publisher=$!
+    for _ in $(seq 400); do
+        [ -z "$(find "$files/releases" -name driver_100000.nvi)" ] || break
+        sleep 0.01
+    done
+    "${@:2}"
+    wait "$publisher"
+}
+change_last() { echo "<driver><version>1</version></driver>" >"$world/others/driver_100399.nvi"; }
+refuses "a package that changes after its check" "driver_100399.nvi: was changed after it was checked" while_copying "$world/others" change_last
+interrupt() { kill -TERM "$publisher"; }
+refuses "a person who does not wait" "stopped while copying files: interrupted" while_copying "$world/others" interrupt
+
+newer=$(find "$files/releases" -mindepth 1 -maxdepth 1 | sort | tail -n 1)
+mv "$newer/pool_pump.nvi" "$world"
+refuses "a release with a file missing" "pool_pump.nvi" rollback "$(basename "$newer")"
+mv "$world/pool_pump.nvi" "$newer"
+
+if [ "$may_mount" = yes ]; then
+    mount -t tmpfs -o size=64k tmpfs "$world/small"
+    refuses "a full disk for files" "No space left" "$bin/driver-depot" publish "$world/others" --solr "${nodes[0]}" --files "$world/small/files"
+    for room in 0 40; do # kilobytes: none to make a core with, too few to fill it
+        head -c 1G /dev/zero >"$solr/node1/filler" 2>/dev/null || true
+        truncate -s "-${room}K" "$solr/node1/filler"
+        refuses "a Solr with $room KB left" "No space left" failing "$world/others"
+        rm "$solr/node1/filler"
+    done
+    mount --bind "$solr/node1" "$solr/node1"
+    mount -o remount,ro,bind "$solr/node1"
+    refuses "a Solr that is read-only" "Read-only file system" failing "$world/others"
+    umount "$solr/node1"
+else
+    echo "   left out: full and read-only disks, which need the right to mount"
 fi
 expect 0 "$("$bin/driver-depot" releases --solr "${nodes[0]}" --files "$files" --json | jq '[.releases[] | select(.complete | not)] | length')" "remains of what failed"
+expect 0 "$(code_of publish "$world/others")" "publishing when all is well again: $(cat "$world/said")"
 echo "the story is told"

@@ -184,6 +184,36 @@ TEST_P(PublishTest, LeavesWhatIsServedWhenAnyStepFails) {
     expectServed(2, {first, second});
 }
 
+TEST_P(PublishTest, GivesUpWhatIsInterruptedBeforeTheSwitch) {
+    const std::string first = published(1);
+    writePackages(2);
+    for (const std::string step :
+         {"copying files", "making collection agents", "loading agents", "switching"}) {
+        SCOPED_TRACE(step);
+        bool interrupted = false;
+        Publisher::Settings settings;
+        settings.progress = [&](const std::string& text) {
+            interrupted = interrupted || text.starts_with(step);
+        };
+        settings.interrupted = [&] { return interrupted; };
+        const auto outcome = publish(settings);
+        ASSERT_FALSE(outcome);
+        EXPECT_THAT(outcome.error().message, HasSubstr(": interrupted; release "));
+        expectServed(1, {first});
+    }
+}
+
+TEST_P(PublishTest, PublishesAnewWhatIsServedButNotWhole) {
+    const std::string first = published(1);
+    fs::remove(files() + "/current/lamp.nvi");
+    const std::string second = published(1);
+    EXPECT_TRUE(fs::exists(files() + "/current/lamp.nvi"));
+    fs::remove(files() + "/current/.release.json");
+    published(1);
+    EXPECT_EQ(current() > second, true);
+    EXPECT_TRUE(fs::exists(files() + "/current/.release.json"));
+}
+
 TEST_P(PublishTest, BelievesWhatItSeesRatherThanAnErrorThatComesAfterTheDeed) {
     const bool cluster = GetParam() == FakeSolr::Kind::kCluster;
     solr_.breakCalls(cluster ? "action=CREATE" : "action=SWAP", FakeSolr::Fault::kLateError);
@@ -261,6 +291,17 @@ TEST_P(PublishTest, KeepsAsManyFormerReleasesAsItIsTold) {
     expectServed(3, {second, third});
 }
 
+TEST_P(PublishTest, AfterARollbackTheOneToGoBackToIsWhatWasServed) {
+    const std::string good = published(1);
+    published(2);
+    ASSERT_EQ(rollback().value_or("failed"), good);
+    Publisher::Settings settings;
+    settings.keep = 1;
+    const std::string third = published(3, settings);
+    expectServed(3, {good, third});
+    EXPECT_EQ(rollback().value_or("failed"), good);
+}
+
 TEST_P(PublishTest, ClearsAwayWhatAKilledRunLeft) {
     const std::string first = published(1);
     const std::string killed = "20990101-000000-0badcafe";
@@ -332,16 +373,18 @@ TEST(PublisherTest, OnePublisherWorksInAFolderAtATime) {
 
 TEST(AnswerCacheTest, LosesCachedAnswersAndNothingElse) {
     TemporaryFolder cache;
-    const std::string answer = "0123456789abcdef0123456789abcdef";
+    const std::string answer = "0123456789abcdef0123456789abcabf";
     fs::create_directories(cache.path("f/ab"));
     cache.write("f/ab/" + answer, "old");
     cache.write("f/notes.txt", "mine");
+    cache.write("f/" + answer.substr(0, 31) + "0", "mine");
     TemporaryFolder elsewhere;
     elsewhere.write(answer, "mine");
     fs::create_directory_symlink(elsewhere.path(), cache.path("link"));
     ASSERT_TRUE(purgeAnswerCache(cache.path()));
     EXPECT_FALSE(fs::exists(cache.path("f/ab/" + answer)));
     EXPECT_TRUE(fs::exists(cache.path("f/notes.txt")));
+    EXPECT_TRUE(fs::exists(cache.path("f/" + answer.substr(0, 31) + "0")));
     EXPECT_TRUE(fs::exists(elsewhere.path(answer)));
     EXPECT_FALSE(purgeAnswerCache(cache.path("none")));
 }
