@@ -118,6 +118,11 @@ const std::map<std::string, Maker>& makers() {
          [](const Member&) {
              return archiveOf({{"driver.xml", "../../../../outside/sentinel", kLink}});
          }},
+        // The longest name that a package may have.
+        {std::string(246, 'n'),
+         [](const Member& manifest) {
+             return archiveOf({manifest, {"x", "x"}});
+         }},
         {"long_member",
          [](const Member& manifest) {
              return archiveOf({manifest, {std::string(300, 'n'), "x"}});
