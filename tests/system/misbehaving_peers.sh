@@ -127,7 +127,9 @@ folder_and_file.nvz|failed|is both a folder and none
 brings_unzip_out.nvz|updated|
 long_member.nvz|failed|it cannot be unpacked
 grows.nvz|updated|
+bomb.nvz|failed|when unpacked
 TABLE
+[ ! -e "$controller/drivers/packaged/bomb" ] || fail "what was unpacked of the bomb is still there"
 longest=$(printf 'n%.0s' $(seq 246)).nvz
 expect updated "$(sed -n "s/^$longest\t//p" "$world/outcomes")" "outcome of the longest name"
 cp "$controller/drivers/packaged/$longest" "$world/"

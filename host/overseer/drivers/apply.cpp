@@ -92,21 +92,19 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
     const path file = driverFile(root_, fileName);
     const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
+    const auto refused = [&](const Error& why) {
+        removeRemains(why, occasion, record);
+        return tl::unexpected<Error>(why);
+    };
     const Result<Package> package = Package::open(file);
-    if (!package) {
-        removeRemains(package.error(), occasion, record);
-        return tl::unexpected<Error>(package.error());
-    }
+    if (!package) return refused(package.error());
     const Result<std::string> text = package->manifestText();
-    if (!text) return tl::unexpected<Error>(text.error());
+    if (!text) return refused(text.error());
     const Result<Manifest> manifest = parseManifest(*text, file.string());
-    if (!manifest) return tl::unexpected<Error>(manifest.error());
+    if (!manifest) return refused(manifest.error());
 
     Result<> done = makeWhole(*package, *text, *manifest, fileName, occasion);
-    if (!done) {
-        removeRemains(done.error(), occasion, record);
-        return tl::unexpected<Error>(done.error());
-    }
+    if (!done) return refused(done.error());
     const Result<std::string> md5 = checksum(file, *stamp, record, occasion);
     if (!md5) return tl::unexpected<Error>(md5.error());
     done = writeChecksum(fileName, *md5);
