@@ -46,6 +46,8 @@ namespace {
 constexpr std::string_view kPackageExtension = ".nvz";
 /// No file system takes a longer one.
 constexpr std::size_t kLongestFileName = 255;
+/// Unpacking and the checksum file put some of their own to a package's name.
+constexpr std::size_t kLongestPackageName = 250;
 
 /// Whether a name could lead out of the folder of drivers or into another package's: the folder
 /// that is emptied before unpacking is named by the stem, and names become parts of command lines.
@@ -61,6 +63,7 @@ bool isHostile(const std::string& filename) {
         return true;
     std::string_view stem = filename;
     if (!stem.ends_with(kPackageExtension)) return false;
+    if (stem.size() > kLongestPackageName) return true;
     stem.remove_suffix(kPackageExtension.size());
     return stem.ends_with(kPackageExtension);
 }

@@ -96,7 +96,9 @@ Result<std::string> manifestOfArchive(const std::string& path) {
     }
     zip_stat_t member;
     zip_stat_init(&member);
-    if (zip_stat(archive.get(), "driver.xml", 0, &member) != 0)
+    // Some programs write every name with "./" in front; controllers take those packages.
+    if (zip_stat(archive.get(), "driver.xml", 0, &member) != 0 &&
+        zip_stat(archive.get(), "./driver.xml", 0, &member) != 0)
         return failure("holds no driver.xml");
     if ((member.valid & ZIP_STAT_SIZE) == 0 || member.size > kManifestLimit)
         return failure("its driver.xml is larger than 16 MB");

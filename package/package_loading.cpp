@@ -28,10 +28,12 @@ struct norvane_agent_driverupdate::PackagePaths {
 
     /// The copy's folder is removed as a whole, so its name must be one that only this package
     /// has: not the folder of all packages (an empty name, a root), nor that of a package with
-    /// this one's name.
+    /// this one's name. And there must be room for what unpacking puts to it.
     bool nameTheCopyAlone() const {
-        return package != folder && !stem.empty() && stem != "." && stem != ".." &&
-               stem.find('/') == std::string::npos && !stem.ends_with(".nvz");
+        constexpr std::size_t kLongest = 250;
+        return package.filename().size() <= kLongest && package != folder && !stem.empty() &&
+               stem != "." && stem != ".." && stem.find('/') == std::string::npos &&
+               !stem.ends_with(".nvz");
     }
 
     static constexpr const char* kManifest = "driver.xml";

@@ -177,10 +177,23 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return row.param.name; });
 
 TEST(HostileNames, AreRefusedBeforeTheHostIsAsked) {
-    const std::vector<std::string> hostile{"../a.nvz", "/etc/passwd", "sub/a.nvz", "a/",
-                                           "..",       ".",           ".nvz",      ".hidden.nvi",
-                                           ".nvz.nvz", "a.nvz.nvz",   "a\"b.nvz",  "\"",
-                                           "a\tb.nvz", "a\nb.nvi",    "a\x7f.nvz", "a\x01.nvi"};
+    const std::vector<std::string> hostile{"../a.nvz",
+                                           "/etc/passwd",
+                                           "sub/a.nvz",
+                                           "a/",
+                                           "..",
+                                           ".",
+                                           ".nvz",
+                                           ".hidden.nvi",
+                                           ".nvz.nvz",
+                                           "a.nvz.nvz",
+                                           "a\"b.nvz",
+                                           "\"",
+                                           "a\tb.nvz",
+                                           "a\nb.nvi",
+                                           "a\x7f.nvz",
+                                           "a\x01.nvi",
+                                           std::string(247, 'n') + ".nvz"};
     for (const std::string& name : hostile) {
         SCOPED_TRACE(name);
         AgentSession session;
@@ -202,8 +215,18 @@ TEST(HostileNames, AreRefusedBeforeTheHostIsAsked) {
 }
 
 TEST(HostileNames, WhatOnlyLooksOddIsADriverLikeAnyOther) {
-    for (const std::string name : {"a b.nvz", "a..nvz", "a.NVZ.nvz", "a.nvz.nvi", "nvz", "-d.nvz",
-                                   "gr\xc3\xbc n.nvi", "$(x)`y`;&amp;.nvz", "a\\b.nvi", ""}) {
+    const std::vector<std::string> odd{"a b.nvz",
+                                       "a..nvz",
+                                       "a.NVZ.nvz",
+                                       "a.nvz.nvi",
+                                       "nvz",
+                                       "-d.nvz",
+                                       "gr\xc3\xbc n.nvi",
+                                       "$(x)`y`;&amp;.nvz",
+                                       "a\\b.nvi",
+                                       "",
+                                       std::string(246, 'n') + ".nvz"};
+    for (const std::string& name : odd) {
         SCOPED_TRACE(name);
         AgentSession session;
         answerWith(session, support::answerOf({{name, 7, "0", ""}}));

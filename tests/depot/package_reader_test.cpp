@@ -52,6 +52,9 @@ TEST(PackageReaderTest, RefusesArchivesThatAreNotWhole) {
     ASSERT_TRUE(whole) << whole.error().message;
     EXPECT_EQ(whole->version, 3);
     EXPECT_EQ(whole->name, "Lamp");
+    ASSERT_TRUE(writeArchive(path, {{"./driver.xml", bareDriver(4)}}));
+    EXPECT_EQ(readPackage(path, "a.nvz")->version, 4);
+    ASSERT_TRUE(writeArchive(path, {{"driver.xml", bareDriver(3)}, {"x.lua", "-- x"}}));
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 30);
     EXPECT_THAT(refusal(), HasSubstr("not a whole zip archive"));
     ASSERT_TRUE(writeArchive(path, {{"sub/driver.xml", bareDriver(3)}}));

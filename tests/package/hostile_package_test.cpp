@@ -119,6 +119,13 @@ TEST_F(HostilePackage, WithANameThatTheToolTakesForAPattern) {
                 testing::ElementsAre("b[a]d*", "b[a]d*.nvz"));
 }
 
+TEST_F(HostilePackage, WithANameThatLeavesNoRoomForUnpacking) {
+    const std::string name = std::string(247, 'n') + ".nvz";
+    session.host.deviceIds[name] = {1};
+    support::writeFile(session.root / "packaged" / name, packageOf(kGood));
+    expectNotLoaded(name);
+}
+
 TEST_F(HostilePackage, WithADeeplyNestedManifestIsJudgedLikeAnyOther) {
     support::writeFile(session.root / "packaged/bad.nvz", packageOf(nested(100000)));
     EXPECT_EQ(session.evaluate({{"bad.nvz", "bad.nvz", nested(100000)}}),

@@ -25,6 +25,8 @@ nothing_is_outside() {
     strays=$(cd "$controller" && find . -maxdepth 1 -mindepth 1 ! -path ./tmp ! -path ./drivers ! -path ./log \
         ! -path ./run ! -path ./state ! -path ./config ! -path ./certs ! -path ./project.xml ! -path ./overseer.conf)
     expect "" "$strays" "what has come into the root"
+    strays=$(cd "$controller" && find drivers state -name '.put-*' -o -type d -name '*.[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f]')
+    expect "" "$strays" "what was left half-way"
 }
 
 # burden: descriptors, threads and children of the host

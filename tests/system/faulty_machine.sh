@@ -27,8 +27,10 @@ recovers() {
 # in_trouble CODE: an update with the host up, whatever it does to the files
 in_trouble() {
     start_host --catalogue "$catalogue"
+    usual_burden=$(burden)
     expect "$1" "$(code_of ctl update)" "the update in trouble"
     nothing_is_outside
+    host_is_unburdened
     host_is_idle
     stop "$host"
     expect 0 "$stopped" "the exit code of the host in trouble"

@@ -118,9 +118,20 @@ const std::map<std::string, Maker>& makers() {
          [](const Member&) {
              return archiveOf({{"driver.xml", "../../../../outside/sentinel", kLink}});
          }},
+        // The longest name that a package may have.
+        {std::string(246, 'n'),
+         [](const Member& manifest) {
+             return archiveOf({manifest, {"x", "x"}});
+         }},
         {"long_member",
          [](const Member& manifest) {
              return archiveOf({manifest, {std::string(300, 'n'), "x"}});
+         }},
+        {"bomb",
+         [](const Member& manifest) {
+             // The central directory says 2 GB, 22 bytes before the name.
+             std::string bytes = archiveOf({manifest, {"zeros", std::string(kMuch, '\0')}});
+             return bytes.replace(bytes.rfind("zeros") - 22, 4, std::string("\xff\xff\xff\x7f"));
          }},
         {"grows", [](const Member& manifest) {
              return archiveOf({manifest, {"zeros", std::string(kMuch, '\0')}});

@@ -69,10 +69,17 @@ wrong_count|0|
 no_fields|0|
 capital_md5|2|Driver update failed (md5 mismatch): good.nvi
 no_md5|2|Driver update failed (md5 mismatch): good.nvi
-hostile_names|2|(md5 mismatch): $(touch planted).nvi
+fields_twice|0|good.nvi update time
+hostile_names|2|(current driver file does not exist): $(touch planted).nvi
 nested|2|Error from SOLR
 too_large|2|The answer is too large
 TABLE
+
+chapter "names that would reach elsewhere: held back by name, although their files are good"
+become hostile_names
+expect 2 "$(code_of ctl update --json)" "the update"
+expect 10 "$(jq '[.files[] | select(.outcome == "held back" and .reason == "invalid file name")] | length' "$world/said")" "names that were held back"
+questions
 
 chapter "files and packages that are not what they should be"
 become bad_files
@@ -97,6 +104,7 @@ promises_more.nvi|updated|
 never_ends.nvi|failed| failed: The file is larger than this host takes
 byte_by_byte.nvi|failed| failed: Operation too slow
 stalls.nvi|failed| failed: Operation too slow
+silent.nvi|failed| failed: Operation too slow
 status_404.nvi|failed| failed: The requested URL returned error: 404
 status_500.nvi|failed| failed: The requested URL returned error: 500
 busy_for_long.nvi|failed| failed: The requested URL returned error: 503
@@ -119,7 +127,13 @@ folder_and_file.nvz|failed|is both a folder and none
 brings_unzip_out.nvz|updated|
 long_member.nvz|failed|it cannot be unpacked
 grows.nvz|updated|
+bomb.nvz|failed|when unpacked
 TABLE
+[ ! -e "$controller/drivers/packaged/bomb" ] || fail "what was unpacked of the bomb is still there"
+longest=$(printf 'n%.0s' $(seq 246)).nvz
+expect updated "$(sed -n "s/^$longest\t//p" "$world/outcomes")" "outcome of the longest name"
+cp "$controller/drivers/packaged/$longest" "$world/"
+expect 0 "$(code_of ctl evaluate "$world/$longest")" "evaluating the longest name"
 clean_run
 questions
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -128,6 +129,7 @@ std::map<std::string, Download> downloads(const std::string& plainUrl) {
          }},
         {"never_ends", sendWithoutEnd},
         {"byte_by_byte", sendByteByByte},
+        {"silent", [](Connection& c, const Request&, const Bytes&) { c.hold(); }},
         {"stalls",
          [](Connection& c, const Request&, const Bytes& bytes) {
              c.send(head(200, lengthOf(bytes.size())) + bytes.substr(0, 10));
@@ -192,12 +194,13 @@ class Catalogue {
         found->second(connection, *this);
     }
 
+    Bytes offered(const std::string& file) {
+        const std::lock_guard lock(mutex_);
+        return offered_[file];
+    }
+
     void download(Connection& connection, const Request& request, const std::string& file) {
-        Bytes bytes;
-        {
-            const std::lock_guard lock(mutex_);
-            bytes = offered_[file];
-        }
+        const Bytes bytes = offered(file);
         const std::string stem = file.substr(0, file.rfind('.'));
         const auto found = downloads_.find(current() == "bad_files" ? stem : "good");
         (found == downloads_.end() ? downloads_["good"] : found->second)(connection, request,
@@ -246,20 +249,38 @@ class Catalogue {
     std::map<std::string, Bytes> offered_;
 };
 
-std::string hostileNames() {
+/// As they stand in an answer, and as the path of a download.
+const std::vector<std::pair<std::string, std::string>>& hostileNames() {
+    static const std::string kLong(5000, 'n');
+    static const std::string kTooLong(247, 'n');  // for what unpacking puts to it
+    static const std::vector<std::pair<std::string, std::string>> names = {
+        {"../climbs.nvi", "..%2Fclimbs.nvi"},
+        {"../climbs.nvz", "..%2Fclimbs.nvz"},
+        {"/tmp/root.nvi", "%2Ftmp%2Froot.nvi"},
+        {"a&quot;b.nvi", "a%22b.nvi"},
+        {"a&#10;b.nvi", "a%0Ab.nvi"},
+        {".nvz", ".nvz"},
+        {"..nvz", "..nvz"},
+        {"b.nvz.nvz", "b.nvz.nvz"},
+        {kLong + ".nvi", kLong + ".nvi"},
+        {kTooLong + ".nvz", kTooLong + ".nvz"},
+        {"$(touch planted).nvi", "%24%28touch%20planted%29.nvi"},
+        {"`touch planted`.nvi", "%60touch%20planted%60.nvi"},
+        {"", ""}};
+    return names;
+}
+
+/// What is behind each of them is sound, so that the name alone can be the reason of a refusal.
+Bytes behindHostileName(const std::string& name) {
+    return name.ends_with(".nvz") ? faults::goodPackage(99) : goodDriver(99);
+}
+
+std::string hostileAnswer() {
     std::string documents;
-    std::size_t count = 0;
-    const std::string md5 = faults::md5Of(goodDriver(1));
-    for (const std::string& name :
-         {std::string("../climbs.nvi"), std::string("../climbs.nvz"), std::string("/tmp/root.nvi"),
-          std::string("a&quot;b.nvi"), std::string("$(touch planted).nvi"),
-          std::string("`touch planted`.nvi"), std::string("a&#10;b.nvi"), std::string(".nvz"),
-          std::string("..nvz"), std::string("b.nvz.nvz"), std::string(5000, 'n') + ".nvi",
-          std::string()}) {
-        documents += document(name, 99, md5);
-        ++count;
+    for (const auto& [name, path] : hostileNames()) {
+        documents += document(name, 99, faults::md5Of(behindHostileName(name)));
     }
-    return answerOf(count, documents);
+    return answerOf(hostileNames().size(), documents);
 }
 
 std::string repeated(const std::string& text, std::size_t count) {
@@ -294,9 +315,21 @@ const std::map<std::string, Catalogue::Answer>& Catalogue::answers() {
         {"wrong_count", text(200, answerOf(99, ""))},
         {"no_fields", text(200, answerOf(2, "<doc/><doc><str>x</str></doc>"))},
         {"capital_md5",
-         text(200, answerOf(1, document("good.nvi", 1000000, "ABCDEF0123456789ABCDEF0123456789")))},
+         [](Connection& c, Catalogue& self) {
+             std::string md5 = faults::md5Of(self.offered("good.nvi"));
+             for (char& digit : md5) digit = static_cast<char>(std::toupper(digit));
+             c.answer(200, answerOf(1, document("good.nvi", 1000000, md5)));
+         }},
+        {"fields_twice",
+         [](Connection& c, Catalogue& self) {
+             const std::string twice =
+                 "<doc>" + field("filename", "nobody.nvi") + field("filename", "good.nvi") +
+                 field("version", "1") + field("version", "1000000") + field("md5sum", "none") +
+                 field("md5sum", faults::md5Of(self.offered("good.nvi"))) + "</doc>";
+             c.answer(200, answerOf(1, twice));
+         }},
         {"no_md5", text(200, answerOf(1, document("good.nvi", 1000000, "")))},
-        {"hostile_names", text(200, hostileNames())},
+        {"hostile_names", text(200, hostileAnswer())},
         {"nested", text(200, repeated("<a>", 100000) + repeated("</a>", 100000))},
         {"too_large", text(200, answerOf(1, std::string(70u << 20, ' ')))},
     };
@@ -349,6 +382,12 @@ int main(int argc, char** argv) {
                 catalogue.download(connection, request, file);
             });
         }
+    }
+    for (const auto& [name, path] : hostileNames()) {
+        good.on("/" + path,
+                [bytes = behindHostileName(name)](Connection& connection, const Request&) {
+                    connection.answer(200, bytes);
+                });
     }
     printReady(servers);
     for (;;) ::pause();

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -69,6 +70,7 @@ class HttpConnection : public Connection, public std::enable_shared_from_this<Ht
     bool takesBody();
     void readBody();
     void readTooSlow();
+    void endReading();
     void rejected(const ErrorCode& error);
 
     void ask();
@@ -156,9 +158,9 @@ void HttpConnection::headRead(const ErrorCode& error) {
         rejected(error);
         return;
     }
-    if (refused_) {
+    if (refused_ || stopped_) {
         last_ = true;
-        reply(*refused_);
+        reply(stopped_ ? stoppingRefusal() : *refused_);
         return;
     }
     if (!takesBody()) {
@@ -195,6 +197,8 @@ void HttpConnection::readBody() {
                          }
                          if (error) {
                              self->rejected(error);
+                         } else if (self->stopped_) {
+                             self->reply(stoppingRefusal());
                          } else {
                              self->ask();
                          }
@@ -390,7 +394,8 @@ void HttpConnection::stop() {
     stopped_ = true;
     switch (before) {
         case State::kReading:
-            abandon();
+            // What has arrived is known only once the handlers that wait have run.
+            asio::post(surroundings_.context, [self = shared_from_this()] { self->endReading(); });
             return;
         case State::kAsking:
             reply(stoppingRefusal());
@@ -403,6 +408,19 @@ void HttpConnection::stop() {
         case State::kClosed:
             return;
     }
+}
+
+void HttpConnection::endReading() {
+    if (state_ != State::kReading) {
+        return;
+    }
+    ErrorCode ignored;
+    if (socket_.available(ignored) == 0) {
+        abandon();
+        return;
+    }
+    socket_.cancel(ignored);
+    reply(stoppingRefusal());
 }
 
 void HttpConnection::abandon() {

@@ -114,6 +114,7 @@ class Server::Listener {
 
     void accept();
     void accepted(int socket);
+    void acceptWaiting();
     std::optional<Response> reasonToRefuse(int socket) const;
     std::size_t served() const;
     void shutDown();
@@ -168,11 +169,13 @@ void Server::Listener::run() {
 
 void Server::Listener::accept() {
     acceptor_.async_accept([this](const ErrorCode& error, Protocol::socket socket) {
+        if (!error) {
+            accepted(socket.release());
+        }
         if (stopping_) {
             return;
         }
         if (!error) {
-            accepted(socket.release());
             accept();
             return;
         }
@@ -184,6 +187,19 @@ void Server::Listener::accept() {
             }
         });
     });
+}
+
+/// Those who connected before the end are told of it: closing would only reset them.
+void Server::Listener::acceptWaiting() {
+    ErrorCode error;
+    acceptor_.non_blocking(true, error);
+    while (!error) {
+        Protocol::socket socket(context_);
+        acceptor_.accept(socket, error);
+        if (!error) {
+            accepted(socket.release());
+        }
+    }
 }
 
 void Server::Listener::accepted(int socket) {
@@ -200,6 +216,9 @@ void Server::Listener::accepted(int socket) {
         std::move(refused));
     peers_[connection.get()] = {connection, served};
     connection->start();
+    if (stopping_) {
+        connection->stop();
+    }
 }
 
 std::optional<Response> Server::Listener::reasonToRefuse(int socket) const {
@@ -236,19 +255,20 @@ void Server::Listener::stop() {
     passage_->close();
     asio::post(context_, [this] { shutDown(); });
     thread_.join();
-    unlink(path_.c_str());
 }
 
 void Server::Listener::shutDown() {
     stopping_ = true;
     work_.reset();
     ErrorCode ignored;
-    acceptor_.close(ignored);
-    timer_.cancel();
+    unlink(path_.c_str());
     const auto peers = peers_;
     for (const auto& [key, peer] : peers) {
         peer.connection->stop();
     }
+    acceptWaiting();
+    acceptor_.close(ignored);
+    timer_.cancel();
     if (peers_.empty()) {
         return;
     }

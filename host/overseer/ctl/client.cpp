@@ -106,7 +106,9 @@ void Client::Transfer::prepare(const std::string& socket, const std::string& tar
 }
 
 std::optional<CURLcode> Client::Transfer::perform() {
-    for (;;) {
+    // Looked at before anything is sent: an answer that came together with the wish to leave hides
+    // it from the wait.
+    while (!interruption_.requested()) {
         int running = 0;
         curl_multi_perform(multi_.get(), &running);
         if (running == 0) {
@@ -116,10 +118,8 @@ std::optional<CURLcode> Client::Transfer::perform() {
         }
         curl_waitfd flag{interruption_.descriptor(), CURL_WAIT_POLLIN, 0};
         curl_multi_poll(multi_.get(), &flag, 1, kWaitMilliseconds, nullptr);
-        if (interruption_.requested()) {
-            return std::nullopt;
-        }
     }
+    return std::nullopt;
 }
 
 Answered<Reply> Client::Transfer::outcome(std::optional<CURLcode> code) {

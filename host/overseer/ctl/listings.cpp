@@ -54,6 +54,10 @@ std::optional<control::Instant> localInstant(const std::string& text) {
     return std::nullopt;
 }
 
+std::string versionInPlace(const Json& driver) {
+    return driver.value("inPlace", true) ? numberOf(driver, "versionInPlace", "-") : "missing";
+}
+
 std::string devicesOf(const Json& driver) {
     std::string names;
     for (const Json& device : driver.at("devices")) {
@@ -121,7 +125,7 @@ int showDrivers(Session& session) {
                                const Json& last = driver.at("lastOutcome");
                                return {{textOf(driver, "file")},
                                        {numberOf(driver, "installedVersion", "-")},
-                                       {numberOf(driver, "versionInPlace", "-")},
+                                       {versionInPlace(driver)},
                                        {devicesOf(driver)},
                                        {last.is_null() ? "" : textOf(last, "outcome")},
                                        {textOf(driver, "previousMd5").empty() ? "" : "possible"}};

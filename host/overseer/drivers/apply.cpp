@@ -7,6 +7,7 @@
 
 #include <log4cplus/loggingmacros.h>
 #include <unistd.h>
+#include <boost/filesystem/operations.hpp>
 
 #include "common/system_failure.h"
 #include "drivers/file_names.h"
@@ -91,15 +92,19 @@ Result<AppliedDriver> DriverApplication::applyPackage(const std::string& fileNam
     const path file = driverFile(root_, fileName);
     const Result<FileStamp> stamp = FileStamp::of(file);
     if (!stamp) return tl::unexpected<Error>(stamp.error());
+    const auto refused = [&](const Error& why) {
+        removeRemains(why, occasion, record);
+        return tl::unexpected<Error>(why);
+    };
     const Result<Package> package = Package::open(file);
-    if (!package) return tl::unexpected<Error>(package.error());
+    if (!package) return refused(package.error());
     const Result<std::string> text = package->manifestText();
-    if (!text) return tl::unexpected<Error>(text.error());
+    if (!text) return refused(text.error());
     const Result<Manifest> manifest = parseManifest(*text, file.string());
-    if (!manifest) return tl::unexpected<Error>(manifest.error());
+    if (!manifest) return refused(manifest.error());
 
     Result<> done = makeWhole(*package, *text, *manifest, fileName, occasion);
-    if (!done) return tl::unexpected<Error>(done.error());
+    if (!done) return refused(done.error());
     const Result<std::string> md5 = checksum(file, *stamp, record, occasion);
     if (!md5) return tl::unexpected<Error>(md5.error());
     done = writeChecksum(fileName, *md5);
@@ -197,6 +202,18 @@ Result<> DriverApplication::conclude(const path& file, const FileStamp& stamp,
     if (isSame(record, after)) return {};
     unflushed_ = true;
     return ledger_.store(after);
+}
+
+/// What was unpacked of a package that is refused may fill the disk, which then takes neither the
+/// outcome nor any setting. A copy of the version on record is the last good one, and stays.
+void DriverApplication::removeRemains(const Error& why, Occasion occasion,
+                                      const DriverRecord& record) const {
+    const bool asked = occasion == Occasion::kUpdate || occasion == Occasion::kAdd;
+    if (!asked || why.ofMachine || nv::hosting::childrenStopped()) return;
+    const path folder = unpackedFolder(root_, record.fileName);
+    if (versionOfCopy(folder) == record.version) return;
+    boost::system::error_code ignored;
+    boost::filesystem::remove_all(folder, ignored);
 }
 
 void DriverApplication::withdrawChecksum(const std::string& fileName) const {

@@ -41,7 +41,8 @@ AppliedDriver describeDriver(const std::string& fileName, const Manifest& manife
 ///
 /// For a package the unpacked copy is made whole first; then its checksum file is written, the file
 /// is kept for restoring, and its version recorded. When any of it cannot be, the checksum file
-/// goes away, the record stays as it was, and the answer is why. I/O thread only.
+/// goes away, the record stays as it was, and the answer is why. What was unpacked of a package
+/// that an update or an add refuses goes too. I/O thread only.
 class DriverApplication {
   public:
     /// Both must outlive the object.
@@ -69,6 +70,7 @@ class DriverApplication {
     Result<> writeChecksum(const std::string& fileName, const std::string& md5);
     Result<> conclude(const boost::filesystem::path& file, const FileStamp& stamp,
                       const std::string& md5, int version, DriverRecord& record);
+    void removeRemains(const Error& why, Occasion occasion, const DriverRecord& record) const;
     void withdrawChecksum(const std::string& fileName) const;
 
     const ControllerRoot& root_;

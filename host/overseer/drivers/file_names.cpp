@@ -8,6 +8,9 @@ namespace {
 
 constexpr std::string_view kPackageExtension = ".nvz";
 constexpr std::size_t kLongestName = 255;
+/// Room for what belongs to a package's copy: the folder that it is unpacked into, named by the
+/// stem with a dot and eight digits, and the checksum file with its extension.
+constexpr std::size_t kLongestPackageName = 250;
 
 bool isForbidden(char c) {
     return c == '/' || c == '"' || static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
@@ -22,8 +25,12 @@ bool isPackage(std::string_view name) {
 
 Result<> checkDriverFileName(const std::string& fileName) {
     if (fileName.empty()) return failure("the driver file has no name");
-    if (fileName.front() == '.' || fileName.size() > kLongestName ||
-        std::any_of(fileName.begin(), fileName.end(), isForbidden)) {
+    const std::size_t longest = isPackage(fileName) ? kLongestPackageName : kLongestName;
+    if (fileName.size() > longest) {
+        return failure("\"{}\" cannot be the name of a driver file: it is longer than {} bytes",
+                       fileName, longest);
+    }
+    if (fileName.front() == '.' || std::any_of(fileName.begin(), fileName.end(), isForbidden)) {
         return failure("\"{}\" cannot be the name of a driver file", fileName);
     }
     const std::string_view name = fileName;

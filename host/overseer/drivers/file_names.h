@@ -9,9 +9,10 @@
 namespace overseer {
 
 /// Whether a driver file may be called so. Refused: the empty name, one with a slash, a control
-/// character or a double quote, one that begins with a dot, one longer than a file system takes,
-/// and a package's whose stem again ends in ".nvz": the folder that is emptied for its copy is
-/// named by the stem, and would be another package.
+/// character or a double quote, one that begins with a dot, one longer than a file system takes
+/// (255 bytes; a package's than 250, for what is put to it), and a package's whose stem again ends
+/// in ".nvz": the folder that is emptied for its copy is named by the stem, and would be another
+/// package.
 Result<> checkDriverFileName(const std::string& fileName);
 
 /// Whether a person may bring in a driver file of that name: one that may be called so, and that

@@ -34,15 +34,33 @@ bool isSibling(const fs::path& path) {
     return nv::hosting::isSiblingName(path.filename().string());
 }
 
+bool isWithoutPackage(const fs::path& folder) {
+    boost::system::error_code error;
+    return fs::symlink_status(folder, error).type() == fs::directory_file &&
+           fs::symlink_status(folder.string() + ".nvz", error).type() == fs::file_not_found;
+}
+
 /// A folder into which a package was being unpacked: the package's stem, a dot and eight
 /// hexadecimal digits. A package may itself be called so; then the folder is its copy.
 bool isStagingFolder(const fs::path& path) {
     const std::string extension = path.extension().string();
-    boost::system::error_code error;
     return extension.size() == 9 &&
            extension.find_first_not_of("0123456789abcdef", 1) == std::string::npos &&
-           !path.stem().empty() && fs::symlink_status(path, error).type() == fs::directory_file &&
-           fs::symlink_status(path.string() + ".nvz", error).type() == fs::file_not_found;
+           !path.stem().empty() && isWithoutPackage(path);
+}
+
+/// What an evaluation of a package that is not there leaves: a folder of its stem with nothing in
+/// it but what `unzip` said.
+bool isLogOfNothing(const fs::path& path) {
+    boost::system::error_code error;
+    if (!isWithoutPackage(path)) return false;
+    fs::directory_iterator entry(path, error);
+    const fs::directory_iterator end;
+    if (error || entry == end || entry->path().filename() != "unzip.out" ||
+        entry->symlink_status(error).type() != fs::regular_file)
+        return false;
+    entry.increment(error);
+    return !error && entry == end;
 }
 
 Result<> emptyTemporaryFolder(const fs::path& folder) {
@@ -65,7 +83,7 @@ Result<> removeLeftovers(const ControllerRoot& root) {
     }
     if (done) {
         done = removeFrom(root.packagedDrivers(), [](const fs::path& path) {
-            return isSibling(path) || isStagingFolder(path);
+            return isSibling(path) || isStagingFolder(path) || isLogOfNothing(path);
         });
     }
     return done;

@@ -1,6 +1,7 @@
 #include "services/notifications.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace overseer {
@@ -8,6 +9,22 @@ namespace {
 
 /// Numbers are set apart in blocks, so that not every notification costs a write.
 constexpr std::uint64_t kNumbersPerBlock = 10'000;
+
+/// Leaves out control characters, which nodes write as "&#01;" to "&#31;": XML has no way to carry
+/// them, and strict readers refuse the whole text.
+std::string strict(std::string xml) {
+    constexpr std::size_t kReference = 5;
+    for (std::size_t at = 0; (at = xml.find("&#", at)) != std::string::npos;) {
+        const int code = std::atoi(xml.c_str() + at + 2);
+        const bool carried = code >= 32 || code == '\t' || code == '\n' || code == '\r';
+        if (carried || xml.compare(at + kReference - 1, 1, ";") != 0) {
+            ++at;
+        } else {
+            xml.erase(at, kReference);
+        }
+    }
+    return xml;
+}
 
 }  // namespace
 
@@ -30,8 +47,8 @@ Notifications::~Notifications() {
 
 std::uint64_t Notifications::publish(const std::string& agent, std::string xml) {
     if (last_ == reserved_) reserveNumbers();
-    record_.push_back(
-        {toUtcMilliseconds(clock_->wallTime()), &*agents_.insert(agent).first, std::move(xml)});
+    record_.push_back({toUtcMilliseconds(clock_->wallTime()), &*agents_.insert(agent).first,
+                       strict(std::move(xml))});
     ++last_;
     bytes_ += sizeof(Kept) + record_.back().xml.size();
     dropOldest();

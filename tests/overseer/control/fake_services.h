@@ -127,6 +127,7 @@ class FakeServices : public ControlServices {
         DriverInformation driver;
         driver.file = "Türklingel.nvz";
         driver.installedVersion = 12;
+        driver.inPlace = true;
         driver.versionInPlace = 13;
         driver.devices = {{1, "Haustür"}};
         DriverInformation plain;

@@ -172,6 +172,22 @@ TEST(Stopping, AnswersWhoeverWaits) {
     EXPECT_FALSE(std::filesystem::exists(controlSocketPath(root.path())));
 }
 
+TEST(Stopping, AnswersThoseWhoJustCame) {
+    const TemporaryRoot root;
+    for (int round = 0; round < 20; ++round) {
+        RunningServer server(root.path());
+        std::vector<RawPeer> peers;
+        for (int count = 0; count < 40; ++count) {
+            peers.emplace_back(root.path());
+            peers.back().send(kHostRequest);
+        }
+        server.stop();
+        for (RawPeer& peer : peers) {
+            EXPECT_THAT(peer.readUntil("}\n"), HasSubstr("}"));
+        }
+    }
+}
+
 TEST(Stopping, DoesNotWaitForeverForAPeerThatNeverReads) {
     const TemporaryRoot root;
     Limits limits;

@@ -57,7 +57,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, EachCommand, testing::Values(
     CommandCase{"History", {"history", "--since", "2026-01-31"}, kSuccess, "Driver Update Agent  Auto Update  Failed", ""},
     CommandCase{"HistoryOfBadDate", {"history", "--since", "2026-02-31"}, kUsage, "", "YYYY-MM-DD"},
     CommandCase{"Variables", {"variables"}, kSuccess, "updater  1000  LAST_MESSAGE  string  Türklingel", ""},
-    CommandCase{"Drivers", {"drivers"}, kSuccess, "Türklingel.nvz         12        13  Haustür\ndimmer.nvi              3         -\n", ""},
+    CommandCase{"Drivers", {"drivers"}, kSuccess, "Türklingel.nvz         12        13  Haustür\ndimmer.nvi              3   missing\n", ""},
     CommandCase{"Schedule", {"schedule"}, kSuccess, " 3  Daily", ""},
     CommandCase{"Fire", {"schedule", "fire", "3"}, kSuccess, "fired: Daily\n", ""},
     CommandCase{"FireUnknown", {"schedule", "fire", "4"}, kFailure, "", "no event \"4\""},

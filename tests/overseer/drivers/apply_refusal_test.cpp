@@ -39,12 +39,15 @@ TEST_F(ApplyRefusal, ofNamesThatWouldReachElsewhere) {
          {std::string(), std::string(".nvz"), std::string(".."), std::string("../kept.nvz"),
           std::string("a/b.nvz"), std::string("/etc/passwd"), std::string("a\"b.nvz"),
           std::string("a\nb.nvz"), std::string("a\x7f.nvi"), std::string(".hidden.nvi"),
-          std::string("kept.nvz.nvz"), std::string("a\0.nvi", 6), std::string(256, 'n')}) {
+          std::string("kept.nvz.nvz"), std::string("a\0.nvi", 6), std::string(256, 'n'),
+          std::string(247, 'n') + ".nvz"}) {
         EXPECT_FALSE(application.apply(name, Occasion::kUpdate)) << name;
     }
     EXPECT_TRUE(fs::exists(root.packagedDrivers() / "kept/driver.xml"));
     EXPECT_TRUE(ledger.records.empty());
-    for (const char* name : {"a.b.nvz", "ü *[x].nvz", "-x.nvz", "nvz", "a.nvz.nvi", "..a"}) {
+    const std::string longest = std::string(246, 'n') + ".nvz";
+    for (const char* name :
+         {"a.b.nvz", "ü *[x].nvz", "-x.nvz", "nvz", "a.nvz.nvi", "..a", longest.c_str()}) {
         EXPECT_EQ(static_cast<bool>(checkDriverFileName(name)), name[0] != '.') << name;
     }
 }
@@ -87,6 +90,19 @@ TEST_F(ApplyRefusal, keepsTheCopyWhenUnpackingFails) {
     expectRefused("l.nvz", Occasion::kUpdate);
     EXPECT_EQ(contentOf(copy("l.nvz") / "driver.xml"), manifestOf(5));
     EXPECT_EQ(contentOf(copy("l.nvz") / "scripts/ü b.lua"), "return 5");
+}
+
+TEST_F(ApplyRefusal, keepsNothingThatWasUnpackedOfAPackageThatIsNone) {
+    applyFive("l.nvz");
+    fs::remove(driverFile(root, "l.nvz"));
+    overwrite(driverFile(root, "l.nvz"), "no zip");
+    for (const std::string& text : {std::string(), manifestOf(6)}) {
+        fs::remove_all(copy("l.nvz"));
+        folder.write("site/drivers/packaged/l/driver.xml", text);
+        folder.write("site/drivers/packaged/l/zeros", "much");
+        expectRefused("l.nvz", Occasion::kUpdate);
+        EXPECT_FALSE(fs::exists(copy("l.nvz"))) << text;
+    }
 }
 
 TEST_F(ApplyRefusal, onceAfterAReplacementThatFailed) {

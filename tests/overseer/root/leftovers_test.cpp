@@ -26,14 +26,29 @@ TEST(Leftovers, areRemovedAndNothingElse) {
     const TemporaryFolder folder;
     const auto root = overseer::initializeRoot(folder / "site");
     ASSERT_TRUE(root);
-    for (const char* name :
-         {"drivers/packaged/light.nvz", "drivers/packaged/light/driver.xml",
-          "drivers/packaged/light.0a1b2c3d/half", "drivers/packaged/.put-0a1b2c3d/half",
-          "drivers/packaged/.put-00000000", "drivers/packaged/lamp.deadbeef.nvz",
-          "drivers/packaged/lamp.deadbeef/driver.xml", "drivers/packaged/v.12345678x/f",
-          "drivers/packaged/w.ABCDEF01/f", "drivers/packaged/file.01234567",
-          "drivers/plain/.put-01234567", "drivers/plain/a.nvi", "drivers/plain/.hidden",
-          "state/applied/.put-01234567", ".put-01234567", "tmp/deep/file", "tmp/.hidden"}) {
+    for (const char* name : {"drivers/packaged/light.nvz",
+                             "drivers/packaged/light/driver.xml",
+                             "drivers/packaged/light.0a1b2c3d/half",
+                             "drivers/packaged/.put-0a1b2c3d/half",
+                             "drivers/packaged/.put-00000000",
+                             "drivers/packaged/lamp.deadbeef.nvz",
+                             "drivers/packaged/lamp.deadbeef/driver.xml",
+                             "drivers/packaged/v.12345678x/f",
+                             "drivers/packaged/w.ABCDEF01/f",
+                             "drivers/packaged/file.01234567",
+                             "drivers/packaged/gone/unzip.out",
+                             "drivers/packaged/more/unzip.out",
+                             "drivers/packaged/more/driver.xml",
+                             "drivers/packaged/there.nvz",
+                             "drivers/packaged/there/unzip.out",
+                             "drivers/packaged/deep/unzip.out/x",
+                             "drivers/plain/.put-01234567",
+                             "drivers/plain/a.nvi",
+                             "drivers/plain/.hidden",
+                             "state/applied/.put-01234567",
+                             ".put-01234567",
+                             "tmp/deep/file",
+                             "tmp/.hidden"}) {
         folder.write(std::string("site/") + name, "x");
     }
     folder.write("outside/kept", "x");
@@ -43,8 +58,9 @@ TEST(Leftovers, areRemovedAndNothingElse) {
     const auto removed = overseer::removeLeftovers(*root);
     ASSERT_TRUE(removed) << removed.error().message;
     EXPECT_THAT(namesIn(root->packagedDrivers()),
-                ElementsAre("file.01234567", "lamp.deadbeef", "lamp.deadbeef.nvz", "light",
-                            "light.nvz", "v.12345678x", "w.ABCDEF01", "x.01234567"));
+                ElementsAre("deep", "file.01234567", "lamp.deadbeef", "lamp.deadbeef.nvz", "light",
+                            "light.nvz", "more", "there", "there.nvz", "v.12345678x", "w.ABCDEF01",
+                            "x.01234567"));
     EXPECT_THAT(namesIn(root->plainDrivers()), ElementsAre(".hidden", "a.nvi"));
     EXPECT_THAT(namesIn(root->appliedPackages()), IsEmpty());
     EXPECT_THAT(namesIn(root->temporary()), IsEmpty());

@@ -67,10 +67,10 @@ TEST_F(NotificationsTest, NeverRepeatANumberAfterACrash) {
 
 TEST_F(NotificationsTest, CarryMessagesOfTheHost) {
     Messages messages(*notifications_);
-    messages.show("agent", "a < b", 0);
+    messages.show("agent", "a\x1b < b\t", 0);
     EXPECT_EQ(notifications_->page(0, 1).at(0).time, 1'000'000);
     EXPECT_EQ(notifications_->page(0, 1).at(0).xml,
-              "<host_message><text>a &lt; b</text><severity>0</severity></host_message>");
+              "<host_message><text>a &lt; b\t</text><severity>0</severity></host_message>");
 }
 
 }  // namespace
