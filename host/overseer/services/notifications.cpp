@@ -14,16 +14,22 @@ constexpr std::uint64_t kNumbersPerBlock = 10'000;
 /// them, and strict readers refuse the whole text.
 std::string strict(std::string xml) {
     constexpr std::size_t kReference = 5;
-    for (std::size_t at = 0; (at = xml.find("&#", at)) != std::string::npos;) {
+    std::size_t at = xml.find("&#");
+    if (at == std::string::npos) return xml;
+    std::string kept;
+    kept.reserve(xml.size());
+    std::size_t begin = 0;
+    for (; at != std::string::npos; at = xml.find("&#", at)) {
         const int code = std::atoi(xml.c_str() + at + 2);
         const bool carried = code >= 32 || code == '\t' || code == '\n' || code == '\r';
-        if (carried || xml.compare(at + kReference - 1, 1, ";") != 0) {
-            ++at;
-        } else {
-            xml.erase(at, kReference);
+        const bool isReference = xml.compare(at + kReference - 1, 1, ";") == 0;
+        if (isReference && !carried) {
+            kept.append(xml, begin, at - begin);
+            begin = at + kReference;
         }
+        at += isReference ? kReference : 1;
     }
-    return xml;
+    return kept.append(xml, begin, std::string::npos);
 }
 
 }  // namespace
