@@ -3,8 +3,10 @@
 #include "drivers/install.h"
 
 #include <boost/filesystem/operations.hpp>
+#include <cerrno>
 #include <cstdio>
 
+#include "common/system_failure.h"
 #include "drivers/file_names.h"
 #include "drivers/packaged_agents.h"
 #include "drivers/staged_driver.h"
@@ -22,10 +24,15 @@ Result<AppliedDriver> applyOrPutBack(const std::string& name, const fs::path& ta
     if (::rename(before.c_str(), target.c_str()) == 0) {
         // Best effort: what was in use before is so again.
         (void)application.apply(name, Occasion::kInstall);
-    } else {
-        boost::system::error_code ignored;
-        fs::remove(target, ignored);
+        return applied;
     }
+    if (const int reason = errno; reason != ENOENT) {
+        // The new file is whole, and better than none: the next start applies it.
+        return inContext(applied.error().message,
+                         systemFailure("the file before it could not be put back", reason).value());
+    }
+    boost::system::error_code ignored;
+    fs::remove(target, ignored);
     return applied;
 }
 
