@@ -53,7 +53,7 @@ printf %s "$(md5sum <"$package" | cut -c 1-32)" >"${package%.nvz}/weather_agent.
 expect 1 "$(code_of ctl add-agent weather_agent)" "an agent that the host refuses"
 contains "Auto-Add Agent Failed: weather_agent.nvz" "$(cat "$world/said")" "why"
 expect "" "$(version_of weather_agent.nvz)" "a refused agent in the project"
-rm -r "$package" "${package%.nvz}"
+rm -rf "$package" "${package%.nvz}"
 
 chapter "an agent is added, and is there after a restart with what it brings"
 expect 0 "$(code_of ctl add-agent weather_agent)" "adding an agent"

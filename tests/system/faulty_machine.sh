@@ -84,6 +84,24 @@ rm -r "$controller/drivers/packaged/thermostat_comfort"
 echo "in the way" >"$controller/drivers/packaged/thermostat_comfort"
 recovers
 
+chapter "folders where driver files should be"
+anew
+for place in plain/pool_pump.nvi packaged/thermostat_comfort.nvz; do
+    rm "$controller/drivers/$place"
+    mkdir "$controller/drivers/$place"
+done
+start_host --catalogue "$catalogue"
+expect 2 "$(code_of ctl update --json)" "the update"
+expect "failed failed" "$(outcome_of pool_pump.nvi) $(outcome_of thermostat_comfort.nvz)" "the two in the way"
+expect updated "$(outcome_of "ceiling fan 3-speed.nvz")" "the one beside them"
+contains "thermostat_comfort.nvz\" could not be replaced" "$(cat "$controller/log/overseer.log")" "the log"
+stop "$host"
+for place in plain/pool_pump.nvi packaged/thermostat_comfort.nvz; do
+    rmdir "$controller/drivers/$place"
+    cp -a "$world/before/drivers/$place" "$controller/drivers/$place"
+done
+recovers
+
 chapter "a database that is none: settings are kept"
 anew
 head -c 8192 /dev/urandom >"$controller/state/overseer.db"
