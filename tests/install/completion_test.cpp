@@ -65,14 +65,13 @@ class Completion : public testing::Test {
 };
 
 TEST_F(Completion, OfAPackageReplacesItAndUnpacksItAfresh) {
-    const PackageBuilder package = PackageBuilder().version(7).member("lib/x.lua", "code");
+    const std::string bytes = PackageBuilder().version(7).member("lib/x.lua", "code").bytes();
     PackageBuilder().version(3).writeTo(packaged("lamp one.nvz"));
     session.root.makeFolder("packaged/lamp one");
     support::writeFile(packaged("lamp one/stale.lua"), "stale");
-    offer("lamp one.nvz", support::md5Of(package.bytes()));
+    offer("lamp one.nvz", support::md5Of(bytes));
 
     session.clock->advance(std::chrono::milliseconds(1500));
-    const std::string bytes = package.bytes();
     session.answer(1, 200, bytes);
     EXPECT_EQ(session.journal.entries(), successLines("1500"));
     EXPECT_EQ(support::md5Of(support::readFile(packaged("lamp one.nvz"))), support::md5Of(bytes));

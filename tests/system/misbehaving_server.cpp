@@ -271,8 +271,10 @@ const std::vector<std::pair<std::string, std::string>>& hostileNames() {
 }
 
 /// What is behind each of them is sound, so that the name alone can be the reason of a refusal.
-Bytes behindHostileName(const std::string& name) {
-    return name.ends_with(".nvz") ? faults::goodPackage(99) : goodDriver(99);
+const Bytes& behindHostileName(const std::string& name) {
+    static const Bytes kPackage = faults::goodPackage(99);  // another one has another time in it
+    static const Bytes kDriver = goodDriver(99);
+    return name.ends_with(".nvz") ? kPackage : kDriver;
 }
 
 std::string hostileAnswer() {
