@@ -73,7 +73,7 @@ void countChanges(const Release* before, const Release& after, PublishOutcome& o
     outcome.removed = old.size();
 }
 
-bool anyErrors(const std::vector<CheckedPackage>& packages) {
+bool anyRefused(const std::vector<CheckedPackage>& packages) {
     return std::any_of(packages.begin(), packages.end(), [](const CheckedPackage& package) {
         return !package.document || hasErrors(package.findings);
     });
@@ -127,7 +127,7 @@ Result<PublishOutcome> Publisher::publish(std::vector<CheckedPackage> packages) 
     PublishOutcome outcome;
     compareWithServed(packages, before, settings_.allowOlder);
     outcome.packages = std::move(packages);
-    if (anyErrors(outcome.packages)) return outcome;
+    if (anyRefused(outcome.packages)) return outcome;
     const Release release = newRelease(outcome.packages, *listing);
     outcome.previous = now->files;
     countChanges(before, release, outcome);

@@ -14,22 +14,22 @@
 namespace depot {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 constexpr std::size_t kIdDigits = 8;
 
-Json keptDocument(const Document& document) {
-    Json kept = solrDocument(document);
+OrderedJson keptDocument(const Document& document) {
+    OrderedJson kept = solrDocument(document);
     kept["agent"] = document.agent;
     return kept;
 }
 
-std::optional<std::string> optionalText(const Json& kept, const char* member) {
+std::optional<std::string> optionalText(const OrderedJson& kept, const char* member) {
     if (!kept.contains(member)) return std::nullopt;
     return kept.at(member).get<std::string>();
 }
 
-Document readDocument(const Json& kept) {
+Document readDocument(const OrderedJson& kept) {
     Document document;
     document.filename = kept.at("filename").get<std::string>();
     document.version = kept.at("version").get<int>();
@@ -54,7 +54,7 @@ bool isReleaseId(const std::string& text) {
 }
 
 std::string digestOf(const std::vector<Document>& documents) {
-    Json all = Json::array();
+    OrderedJson all = OrderedJson::array();
     for (const Document& document : documents) all.push_back(keptDocument(document));
     const std::string text = all.dump();
     std::array<unsigned char, EVP_MAX_MD_SIZE> sum{};
@@ -93,8 +93,8 @@ std::string coreName(Core core) {
     return core == Core::kDrivers ? "drivers" : "agents";
 }
 
-Json solrDocument(const Document& document) {
-    Json made = Json::object();
+OrderedJson solrDocument(const Document& document) {
+    OrderedJson made = OrderedJson::object();
     for (const FieldDescription& field : kFields) {
         const FieldValue value = fieldValue(document, field.field);
         const std::string name(field.name);
@@ -106,23 +106,23 @@ Json solrDocument(const Document& document) {
 }
 
 std::string releaseText(const Release& release) {
-    Json documents = Json::array();
+    OrderedJson documents = OrderedJson::array();
     for (const Document& document : release.documents) documents.push_back(keptDocument(document));
-    const Json kept{{"release", release.id},
-                    {"digest", release.digest},
-                    {"fileTime", release.fileTime},
-                    {"documents", documents}};
+    const OrderedJson kept{{"release", release.id},
+                           {"digest", release.digest},
+                           {"fileTime", release.fileTime},
+                           {"documents", documents}};
     return kept.dump(1) + "\n";
 }
 
 Result<Release> readRelease(const std::string& text) {
     try {
-        const Json kept = Json::parse(text);
+        const OrderedJson kept = OrderedJson::parse(text);
         Release release;
         release.id = kept.at("release").get<std::string>();
         release.digest = kept.at("digest").get<std::string>();
         release.fileTime = kept.at("fileTime").get<std::int64_t>();
-        for (const Json& document : kept.at("documents"))
+        for (const OrderedJson& document : kept.at("documents"))
             release.documents.push_back(readDocument(document));
         if (!isReleaseId(release.id)) return failure("its id has not the form of a release's");
         if (digestOf(release.documents) != release.digest)

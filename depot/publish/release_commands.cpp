@@ -14,7 +14,7 @@
 namespace depot {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 struct ReleaseOptions {
     std::string folder;
@@ -27,13 +27,8 @@ struct ReleaseOptions {
     bool json = false;
 };
 
-int fail(const std::string& reason) {
-    std::cerr << "driver-depot: " << reason << std::endl;
-    return kExitFailed;
-}
-
-void print(const Json& answer) {
-    std::cout << answer.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+void print(const OrderedJson& answer) {
+    std::cout << answer.dump(2, ' ', false, OrderedJson::error_handler_t::replace) << std::endl;
 }
 
 /// What every one of these commands stands on.
@@ -84,13 +79,14 @@ const char* kindName(PublishOutcome::Kind kind) {
 
 void tell(const PublishOutcome& outcome, bool json) {
     if (json) {
-        Json answer{{"outcome", kindName(outcome.kind)},
-                    {"release", outcome.release},
-                    {"previous", outcome.previous ? Json(*outcome.previous) : Json()},
-                    {"added", outcome.added},
-                    {"changed", outcome.changed},
-                    {"removed", outcome.removed},
-                    {"warnings", outcome.warnings}};
+        OrderedJson answer{
+            {"outcome", kindName(outcome.kind)},
+            {"release", outcome.release},
+            {"previous", outcome.previous ? OrderedJson(*outcome.previous) : OrderedJson()},
+            {"added", outcome.added},
+            {"changed", outcome.changed},
+            {"removed", outcome.removed},
+            {"warnings", outcome.warnings}};
         answer["check"] = reportJson(outcome.packages);
         return print(answer);
     }
@@ -168,7 +164,7 @@ int releases(const ReleaseOptions& options) {
     Publisher publisher(place.folder, *place.site, options.settings);
     const auto states = publisher.releases();
     if (!states) return fail(states.error().message);
-    Json list = Json::array();
+    OrderedJson list = OrderedJson::array();
     for (const ReleaseState& state : *states) {
         list.push_back({{"release", state.id},
                         {"packages", state.packages},
