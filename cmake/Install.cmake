@@ -32,15 +32,17 @@ install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 configure_file(cmake/nvsdk.pc.in install/nvsdk.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/install/nvsdk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The units in deploy/ are those of a system installation, in /usr; another prefix gets its own.
-foreach(unit overseer.service driver-depot.service)
-    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS deploy/${unit})
-    file(READ deploy/${unit} text)
-    string(REPLACE "/usr/bin/" "${CMAKE_INSTALL_FULL_BINDIR}/" text "${text}")
-    string(REPLACE "/usr/share/doc/overseer" "${CMAKE_INSTALL_FULL_DOCDIR}" text "${text}")
-    file(WRITE ${CMAKE_BINARY_DIR}/install/${unit} "${text}")
-    install(FILES ${CMAKE_BINARY_DIR}/install/${unit} DESTINATION lib/systemd/system)
-endforeach()
+# The units in deploy/ are those of a system installation, in /usr; another prefix gets its own, and
+# which one it is shows only when installing (`--prefix`).
+install(CODE "set(units ${CMAKE_SOURCE_DIR}/deploy)\nset(scratch ${CMAKE_BINARY_DIR}/install)")
+install(CODE [[
+    foreach(unit overseer.service driver-depot.service)
+        file(READ ${units}/${unit} text)
+        string(REGEX REPLACE "/usr/(bin|share)/" "${CMAKE_INSTALL_PREFIX}/\\1/" text "${text}")
+        file(WRITE ${scratch}/${unit} "${text}")
+        file(INSTALL ${scratch}/${unit} DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
+    endforeach()
+]])
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME overseer)
@@ -50,7 +52,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "driver updates for home-automation contro
 set(CPACK_PACKAGE_DESCRIPTION
     "The host process of a controller with its driver-update agent, the tool that talks to it, the
 SDK that agents are compiled against, and a catalogue server for development and small sites.")
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+# Installed below DESTDIR, so that what is installed knows its prefix.
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)

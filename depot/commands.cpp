@@ -56,11 +56,6 @@ struct ServeOptions {
     bool verbose = false;
 };
 
-int fail(const std::string& reason) {
-    std::cerr << "driver-depot: " << reason << std::endl;
-    return kExitFailed;
-}
-
 /// A descriptor that becomes readable on SIGINT or SIGTERM. The signals are blocked for good, for
 /// this thread and those that it starts later.
 Result<FileDescriptor> stopSignals() {
@@ -142,6 +137,11 @@ CLI::App* addServe(CLI::App& app, ServeOptions& options) {
 }
 
 }  // namespace
+
+int fail(const std::string& reason) {
+    std::cerr << "driver-depot: " << reason << std::endl;
+    return kExitFailed;
+}
 
 int runCommandLine(int argc, char** argv) {
     openStandardStreams();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace depot {
 
 /// The program's exit codes.
@@ -9,6 +11,10 @@ enum ExitCode {
     kExitUsage = 2,
     kExitRefused = 3,  ///< packages have errors
 };
+
+/// Says on standard error why a command failed.
+/// @return kExitFailed
+int fail(const std::string& reason);
 
 /// Runs `driver-depot` with these arguments. Answers go to standard output, one line per problem to
 /// standard error.

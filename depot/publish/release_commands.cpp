@@ -28,11 +28,6 @@ struct ReleaseOptions {
     bool json = false;
 };
 
-int fail(const std::string& reason) {
-    std::cerr << "driver-depot: " << reason << std::endl;
-    return kExitFailed;
-}
-
 void print(const OrderedJson& answer) {
     std::cout << answer.dump(2, ' ', false, OrderedJson::error_handler_t::replace) << std::endl;
 }
