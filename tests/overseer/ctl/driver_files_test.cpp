@@ -230,7 +230,10 @@ TEST_F(DriverFiles, ThatTheHostDoesNotApplyAreNotInstalled) {
 }
 
 TEST_F(DriverFiles, OfWhichOneIsUnderWayAreNamedWhenTheUserLeaves) {
-    server.onLoop([](FakeServices& services) { services.onCommand = [] { std::raise(SIGINT); }; });
+    // To the thread that runs the tool: its own process has no other.
+    server.onLoop([tool = pthread_self()](FakeServices& services) {
+        services.onCommand = [tool] { pthread_kill(tool, SIGINT); };
+    });
     const Ran ran = run({"install", driver("a.nvi"), driver("b.nvi")});
     EXPECT_EQ(ran.code, kInterrupted);
     EXPECT_THAT(ran.err, HasSubstr("interrupted; a.nvi may be in place but not applied"));
