@@ -16,7 +16,7 @@ struct Limits {
     std::uint32_t header = 16u << 10;     ///< bytes of its head
     std::chrono::milliseconds request{30'000};  ///< for a whole request to arrive, or the next
     std::chrono::milliseconds write{60'000};    ///< for a peer to take an answer, or a page of one
-    std::chrono::milliseconds look{20};         ///< between two looks at what a request waits for
+    std::chrono::milliseconds look{10};         ///< between two looks at what a request waits for
     std::chrono::milliseconds farewell{2'000};  ///< for answers under way when the server stops
 };
 
